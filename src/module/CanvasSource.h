@@ -1,0 +1,91 @@
+#pragma once
+
+#include "canvas/Stroke.h"
+#include "module/PerfWindow.h"
+#include "module/Wiggle.h"
+
+#include <QImage>
+#include <QMutex>
+#include <QVector>
+
+#include <cstdint>
+#include <random>
+
+struct obs_source;
+typedef struct obs_source obs_source_t;
+struct gs_texture;
+typedef struct gs_texture gs_texture_t;
+struct gs_effect;
+typedef struct gs_effect gs_effect_t;
+struct obs_source_info;
+
+// The record behind one "pennoria_canvas" source: the flattened drawing, the
+// live image pushed while drawing, the wiggle state and one GPU texture of
+// the output size. The editor calls the public operations on the UI thread;
+// the host calls tick and render on its graphics thread.
+class CanvasSourceData {
+public:
+    explicit CanvasSourceData(obs_source_t *source);
+    ~CanvasSourceData();
+    CanvasSourceData(const CanvasSourceData &) = delete;
+    CanvasSourceData &operator=(const CanvasSourceData &) = delete;
+
+    obs_source_t *source() const { return m_source; }
+    uint32_t width() const { return m_width; }
+    uint32_t height() const { return m_height; }
+
+    QImage canvasImage() const;
+    QVector<Stroke> strokes() const;
+    void setLiveImage(const QImage &image);
+    void commit(const QVector<Stroke> &strokes, const QImage &image);
+    void setJitterEnabled(bool on);
+    void setJitterAmount(float px);
+    void setJitterInterval(float seconds);
+
+    bool jitterEnabled() const;
+    float jitterAmount() const;
+    float jitterInterval() const;
+    void setRenderSuppressed(bool suppressed);
+
+    void tick(float seconds);
+    void render(gs_effect_t *effect);
+
+    // The canvas file this source shows, "" when the source has no key.
+    QString flattenedImagePath() const;
+
+    // For tests and the performance summary: counters of the current window.
+    PerfWindow perfSnapshot() const;
+    void setPerfWindowStart(int64_t ns);
+
+private:
+    void loadFlattenedImage();
+    void loadWiggleSettings();
+    void createTexture();
+    void upload(const QImage &image);
+
+    obs_source_t *m_source;
+    gs_texture_t *m_texture = nullptr;
+    uint32_t m_width = 1920;
+    uint32_t m_height = 1080;
+
+    mutable QMutex m_mutex;
+    QVector<Stroke> m_strokes;
+    QImage m_canvasImage;
+    QImage m_liveImage;
+    QImage m_wiggledImage;
+    bool m_canvasDirty = false;
+    bool m_wiggleReady = false;
+    bool m_livePending = false;
+    bool m_jitterEnabled = false;
+    float m_jitterAmountPx = 2.5f;
+    float m_jitterElapsed = 0.0f;
+    float m_jitterInterval = 1.0f / 6.0f;
+    bool m_renderSuppressed = false;
+
+    // Touched only on the graphics thread.
+    WiggleGrid m_grid;
+    std::mt19937 m_rng;
+    PerfWindow m_perf;
+};
+
+const obs_source_info &canvasSourceInfo();

@@ -1,0 +1,4 @@
+#pragma once
+
+#define PENNORIA_VERSION "0.9.2"
+#define PENNORIA_VERSION_TEXT PENNORIA_VERSION " Beta"

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QObject>
+#include <QStringList>
+
+// Records the document signals of a CanvasDocument or CanvasWidget as text,
+// in the order they fire: "undo(1)", "layers", "active(2)", ...
+template <typename T> QStringList *recordSignals(T *emitter, QStringList *log)
+{
+    QObject::connect(emitter, &T::strokesChanged, [log] { log->append("strokes"); });
+    QObject::connect(emitter, &T::undoAvailabilityChanged,
+                     [log](bool on) { log->append(QStringLiteral("undo(%1)").arg(int(on))); });
+    QObject::connect(emitter, &T::redoAvailabilityChanged,
+                     [log](bool on) { log->append(QStringLiteral("redo(%1)").arg(int(on))); });
+    QObject::connect(emitter, &T::layersChanged, [log] { log->append("layers"); });
+    QObject::connect(emitter, &T::activeLayerChanged,
+                     [log](int i) { log->append(QStringLiteral("active(%1)").arg(i)); });
+    return log;
+}

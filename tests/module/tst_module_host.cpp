@@ -1,0 +1,318 @@
+// Qt first: libobs's SIMD aliases break the compiler's intrinsics headers
+// when they come before them.
+#include <QDir>
+#include <QImage>
+#include <QtTest>
+
+#include "ObsHost.h"
+
+#include "module/CanvasDirectory.h"
+#include "module/CanvasSource.h"
+#include "module/SourceRegistry.h"
+
+#include <obs-module.h>
+
+extern "C" {
+uint32_t obs_module_ver(void);
+const char *obs_module_description(void);
+void obs_module_post_load(void);
+}
+
+namespace {
+
+const char *const StartupLine =
+    "[PD-Perf] Pennoria: Draw 0.9.2 Beta loaded \xE2\x80\x94 perf logging active (look for "
+    "'[PD-Perf]' lines; emitted ~every 5s per active source)";
+
+QImage pattern(int w, int h)
+{
+    QImage image(w, h, QImage::Format_RGBA8888);
+    for (int y = 0; y < h; ++y) {
+        auto *line = reinterpret_cast<quint32 *>(image.scanLine(y));
+        for (int x = 0; x < w; ++x) {
+            const bool opaque = ((x / 7) + (y / 5)) % 3 != 0;
+            line[x] = opaque ? qToLittleEndian<quint32>(0xFF000000u | quint32(x % 256) |
+                                                        quint32(y % 256) << 8 |
+                                                        quint32((x + y) % 256) << 16)
+                             : 0u;
+        }
+    }
+    return image;
+}
+
+QImage solid(int w, int h, QColor color)
+{
+    QImage image(w, h, QImage::Format_RGBA8888);
+    image.fill(color);
+    return image;
+}
+
+struct SourceRef {
+    OBSSourceAutoRelease source;
+    CanvasSourceData *record() const
+    {
+        return static_cast<CanvasSourceData *>(obs_obj_get_data(source));
+    }
+};
+
+} // namespace
+
+class TestModuleHost : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+
+    void startupLineComesBeforeRegistration();
+    void moduleVersionAndDescription();
+    void bothSourceTypesRegistered_data();
+    void bothSourceTypesRegistered();
+    void postLoadWithoutMainWindowAddsNothing();
+    void registryFollowsCreateAndDestroy();
+    void destroyingUnregisteredRecordLeavesRegistry();
+    void canvasDirectorySanitisesKey_data();
+    void canvasDirectorySanitisesKey();
+
+    void savedCanvasAppearsPixelForPixel();
+    void canvasOfOtherSizeIsIgnored();
+    void liveImageShowsUntilCommit();
+    void commitDropsPendingLiveImage();
+    void wiggleSettingsReadAtCreate();
+    void jitterIntervalHasFloor();
+    void coopSourceIsTransparent();
+
+private:
+    SourceRef createCanvas(const char *name);
+    void writeCanvasPng(obs_source_t *source, const QImage &image);
+
+    ObsHost m_host;
+};
+
+void TestModuleHost::initTestCase()
+{
+    QVERIFY2(m_host.start(), qPrintable(m_host.error()));
+}
+
+void TestModuleHost::cleanupTestCase()
+{
+    m_host.stop();
+}
+
+SourceRef TestModuleHost::createCanvas(const char *name)
+{
+    SourceRef ref;
+    ref.source = obs_source_create("pennoria_canvas", name, nullptr, nullptr);
+    return ref;
+}
+
+void TestModuleHost::writeCanvasPng(obs_source_t *source, const QImage &image)
+{
+    const QString dir = canvasDirectory(QString::fromUtf8(obs_source_get_uuid(source)));
+    QVERIFY(QDir().mkpath(dir));
+    QVERIFY(image.save(dir + "/canvas.png"));
+}
+
+void TestModuleHost::startupLineComesBeforeRegistration()
+{
+    const QStringList lines = m_host.logLines();
+    const int startup = int(lines.indexOf(QString::fromUtf8(StartupLine)));
+    QVERIFY2(startup >= 0, "start-up line missing");
+    // libobs logs nothing of its own between loading a module and its first
+    // registration, so the line must precede every registration error too.
+    for (int i = 0; i < startup; ++i)
+        QVERIFY(!lines[i].contains("pennoria_canvas"));
+    QCOMPARE(lines.count(QString::fromUtf8(StartupLine)), 1);
+}
+
+void TestModuleHost::moduleVersionAndDescription()
+{
+    QCOMPARE(obs_module_ver(), uint32_t(LIBOBS_API_VER));
+    QCOMPARE(QString::fromUtf8(obs_module_description()),
+             QString::fromUtf8("Pennoria: Draw 0.9.2 Beta \xE2\x80\x94 draw on a transparent "
+                               "canvas source in any scene"));
+}
+
+void TestModuleHost::bothSourceTypesRegistered_data()
+{
+    QTest::addColumn<QString>("id");
+    QTest::addColumn<QString>("displayName");
+    QTest::newRow("canvas") << "pennoria_canvas" << "Pennoria Canvas";
+    QTest::newRow("coop") << "pennoria_coop_canvas" << "Pennoria: Draw Co-op";
+}
+
+void TestModuleHost::bothSourceTypesRegistered()
+{
+    QFETCH(QString, id);
+    QFETCH(QString, displayName);
+    const QByteArray idBytes = id.toUtf8();
+    QCOMPARE(QString::fromUtf8(obs_source_get_display_name(idBytes.constData())), displayName);
+    QCOMPARE(obs_get_source_output_flags(idBytes.constData()), uint32_t(OBS_SOURCE_VIDEO));
+    QVERIFY(!obs_get_source_properties(idBytes.constData()));
+}
+
+void TestModuleHost::postLoadWithoutMainWindowAddsNothing()
+{
+    m_host.clearLog();
+    obs_module_post_load();
+    QVERIFY(m_host.logLines().isEmpty());
+}
+
+void TestModuleHost::registryFollowsCreateAndDestroy()
+{
+    const int before = SourceRegistry::instance().size();
+    obs_source_t *raw = nullptr;
+    {
+        SourceRef canvas = createCanvas("registry canvas");
+        QVERIFY(canvas.source);
+        raw = canvas.source;
+        QCOMPARE(SourceRegistry::instance().find(raw), canvas.record());
+        QCOMPARE(SourceRegistry::instance().size(), before + 1);
+    }
+    // libobs destroys released sources on its destruction thread.
+    QTRY_VERIFY_WITH_TIMEOUT((obs_wait_for_destroy_queue(), !SourceRegistry::instance().find(raw)), 5000);
+    QCOMPARE(SourceRegistry::instance().find(raw), nullptr);
+    QCOMPARE(SourceRegistry::instance().size(), before);
+}
+
+void TestModuleHost::destroyingUnregisteredRecordLeavesRegistry()
+{
+    SourceRef kept = createCanvas("kept canvas");
+    const int before = SourceRegistry::instance().size();
+    auto *stray = new CanvasSourceData(nullptr);
+    canvasSourceInfo().destroy(stray);
+    canvasSourceInfo().destroy(nullptr);
+    QCOMPARE(SourceRegistry::instance().size(), before);
+    QCOMPARE(SourceRegistry::instance().find(kept.source), kept.record());
+}
+
+void TestModuleHost::canvasDirectorySanitisesKey_data()
+{
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("leaf");
+    QTest::newRow("uuid") << "0c6f7a3e-1b2c-4d5e-8f90-a1b2c3d4e5f6"
+                          << "0c6f7a3e-1b2c-4d5e-8f90-a1b2c3d4e5f6";
+    QTest::newRow("slash and space") << "My Canvas/1" << "My_Canvas_1";
+    QTest::newRow("dots kept") << "a.b_c-d" << "a.b_c-d";
+    QTest::newRow("non-latin letters kept")
+        << QString::fromUtf8("Zeichnung\xC3\xA4") << QString::fromUtf8("Zeichnung\xC3\xA4");
+    QTest::newRow("punctuation") << "..\\x:y*z" << ".._x_y_z";
+}
+
+void TestModuleHost::canvasDirectorySanitisesKey()
+{
+    QFETCH(QString, key);
+    QFETCH(QString, leaf);
+    const QString base = canvasDirectory(QString());
+    QCOMPARE(base, QDir(m_host.settingsDir()).absoluteFilePath("PennoriaDraw"));
+    QCOMPARE(canvasDirectory(key), base + "/" + leaf);
+}
+
+void TestModuleHost::savedCanvasAppearsPixelForPixel()
+{
+    // The folder is named by the UUID, which is only known once the source
+    // exists: create once to learn it, write the file, then load a source
+    // with the same UUID through its saved data.
+    SourceRef first = createCanvas("saved canvas");
+    const QByteArray uuid = obs_source_get_uuid(first.source);
+    const QImage drawing = pattern(1920, 1080);
+    writeCanvasPng(first.source, drawing);
+    OBSDataAutoRelease saved = obs_save_source(first.source);
+    first.source = nullptr;
+
+    OBSSourceAutoRelease loaded = obs_load_source(saved);
+    QVERIFY(loaded);
+    QCOMPARE(QByteArray(obs_source_get_uuid(loaded)), uuid);
+    auto *record = static_cast<CanvasSourceData *>(obs_obj_get_data(loaded));
+    QCOMPARE(record->canvasImage(), drawing);
+    QCOMPARE(ObsHost::renderSource(loaded, 1920, 1080), drawing);
+}
+
+void TestModuleHost::canvasOfOtherSizeIsIgnored()
+{
+    SourceRef first = createCanvas("small canvas");
+    writeCanvasPng(first.source, solid(1280, 720, Qt::red));
+    OBSDataAutoRelease saved = obs_save_source(first.source);
+    first.source = nullptr;
+
+    OBSSourceAutoRelease loaded = obs_load_source(saved);
+    auto *record = static_cast<CanvasSourceData *>(obs_obj_get_data(loaded));
+    QCOMPARE(record->canvasImage(), solid(1920, 1080, Qt::transparent));
+    QCOMPARE(ObsHost::renderSource(loaded, 1920, 1080), solid(1920, 1080, Qt::transparent));
+}
+
+void TestModuleHost::liveImageShowsUntilCommit()
+{
+    SourceRef canvas = createCanvas("live canvas");
+    const QImage live = pattern(1920, 1080);
+    canvas.record()->setLiveImage(live.convertToFormat(QImage::Format_ARGB32));
+    QCOMPARE(ObsHost::renderSource(canvas.source, 1920, 1080), live);
+    // Nothing new pending: the texture keeps the live picture.
+    QCOMPARE(ObsHost::renderSource(canvas.source, 1920, 1080), live);
+
+    const QImage committed = solid(1920, 1080, QColor(10, 200, 30));
+    Stroke stroke;
+    stroke.points = {QPointF(1, 2), QPointF(3, 4)};
+    canvas.record()->commit({stroke}, committed);
+    QCOMPARE(ObsHost::renderSource(canvas.source, 1920, 1080), committed);
+    QCOMPARE(canvas.record()->strokes().size(), 1);
+    QCOMPARE(canvas.record()->strokes().first().points, stroke.points);
+}
+
+void TestModuleHost::commitDropsPendingLiveImage()
+{
+    SourceRef canvas = createCanvas("dropped live canvas");
+    canvas.record()->setLiveImage(pattern(1920, 1080));
+    const QImage committed = solid(1920, 1080, QColor(0, 0, 255));
+    canvas.record()->commit({}, committed);
+    QCOMPARE(ObsHost::renderSource(canvas.source, 1920, 1080), committed);
+    QCOMPARE(ObsHost::renderSource(canvas.source, 1920, 1080), committed);
+}
+
+void TestModuleHost::wiggleSettingsReadAtCreate()
+{
+    {
+        QSettings settings("PennoriaDraw", "Canvas");
+        settings.setValue("jitterEnabled", true);
+        settings.setValue("jitterAmount", 100);
+        settings.setValue("jitterSpeed", 100);
+    }
+    SourceRef canvas = createCanvas("wiggle settings canvas");
+    QCOMPARE(canvas.record()->jitterEnabled(), true);
+    QCOMPARE(canvas.record()->jitterAmount(), 4.0f);
+    QCOMPARE(canvas.record()->jitterInterval(), 1.0f / 30.0f);
+    canvas.record()->setJitterEnabled(false);
+    {
+        QSettings settings("PennoriaDraw", "Canvas");
+        settings.setValue("jitterAmount", -5);
+        settings.setValue("jitterSpeed", 0);
+        settings.remove("jitterEnabled");
+    }
+    SourceRef other = createCanvas("wiggle defaults canvas");
+    QCOMPARE(other.record()->jitterEnabled(), false);
+    QCOMPARE(other.record()->jitterAmount(), 0.1f);
+    QCOMPARE(other.record()->jitterInterval(), 1.0f);
+    QSettings("PennoriaDraw", "Canvas").clear();
+}
+
+void TestModuleHost::jitterIntervalHasFloor()
+{
+    SourceRef canvas = createCanvas("interval canvas");
+    canvas.record()->setJitterInterval(0.0f);
+    QCOMPARE(canvas.record()->jitterInterval(), 0.01f);
+    canvas.record()->setJitterInterval(0.25f);
+    QCOMPARE(canvas.record()->jitterInterval(), 0.25f);
+}
+
+void TestModuleHost::coopSourceIsTransparent()
+{
+    OBSSourceAutoRelease coop = obs_source_create("pennoria_coop_canvas", "coop", nullptr, nullptr);
+    QVERIFY(coop);
+    QCOMPARE(obs_source_get_width(coop), 1920u);
+    QCOMPARE(obs_source_get_height(coop), 1080u);
+    QCOMPARE(SourceRegistry::instance().find(coop), nullptr);
+    QCOMPARE(ObsHost::renderSource(coop, 1920, 1080), solid(1920, 1080, Qt::transparent));
+}
+
+QTEST_MAIN(TestModuleHost)
+#include "tst_module_host.moc"

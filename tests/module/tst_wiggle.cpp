@@ -1,0 +1,225 @@
+#include "module/Wiggle.h"
+
+#include <QtTest>
+
+#include <cmath>
+#include <map>
+
+namespace {
+
+// The warp rule written out plainly, one pixel at a time.
+QImage referenceWarp(const QImage &input, const WiggleGrid &grid)
+{
+    const QImage src = input.convertToFormat(QImage::Format_RGBA8888);
+    QImage out(src.size(), QImage::Format_RGBA8888);
+    const int w = src.width(), h = src.height();
+    for (int y = 0; y < h; ++y) {
+        const float gy = (float(y) - 12.0f) / 24.0f;
+        const int j0 = std::clamp(int(std::floor(gy)), 0, grid.height - 1);
+        const int j1 = std::min(j0 + 1, grid.height - 1);
+        const float ty = gy - std::floor(gy);
+        for (int x = 0; x < w; ++x) {
+            const float gx = (float(x) - 12.0f) / 24.0f;
+            const int i0 = std::clamp(int(std::floor(gx)), 0, grid.width - 1);
+            const int i1 = std::min(i0 + 1, grid.width - 1);
+            const float tx = gx - std::floor(gx);
+            auto at = [&](const std::vector<float> &v, int i, int j) {
+                return v[size_t(j) * grid.width + i];
+            };
+            auto blend = [&](const std::vector<float> &v) {
+                return at(v, i0, j0) * ((1 - tx) * (1 - ty)) + at(v, i1, j0) * (tx * (1 - ty)) +
+                       at(v, i0, j1) * ((1 - tx) * ty) + at(v, i1, j1) * (tx * ty);
+            };
+            const int sx = std::clamp(x + int(std::round(blend(grid.offsetsX))), 0, w - 1);
+            const int sy = std::clamp(y + int(std::round(blend(grid.offsetsY))), 0, h - 1);
+            out.setPixel(x, y, src.pixel(sx, sy));
+        }
+    }
+    return out;
+}
+
+QImage randomImage(int w, int h, std::mt19937 &rng)
+{
+    QImage image(w, h, QImage::Format_RGBA8888);
+    for (int y = 0; y < h; ++y) {
+        auto *line = reinterpret_cast<quint32 *>(image.scanLine(y));
+        for (int x = 0; x < w; ++x)
+            line[x] = rng();
+    }
+    return image;
+}
+
+} // namespace
+
+class TestWiggle : public QObject {
+    Q_OBJECT
+
+private slots:
+    void gridSizeCoversImage_data();
+    void gridSizeCoversImage();
+    void offsetMagnitudeDistribution_data();
+    void offsetMagnitudeDistribution();
+    void signsAreBalanced();
+    void warpMatchesReference_data();
+    void warpMatchesReference();
+    void edgesNeverSampleOutside();
+    void nullInputStaysNull();
+    void settingMappings_data();
+    void settingMappings();
+};
+
+void TestWiggle::gridSizeCoversImage_data()
+{
+    QTest::addColumn<int>("w");
+    QTest::addColumn<int>("h");
+    QTest::addColumn<int>("gw");
+    QTest::addColumn<int>("gh");
+    QTest::newRow("1080p") << 1920 << 1080 << 80 << 45;
+    QTest::newRow("odd") << 25 << 1 << 2 << 1;
+    QTest::newRow("exact cell") << 24 << 48 << 1 << 2;
+}
+
+void TestWiggle::gridSizeCoversImage()
+{
+    QFETCH(int, w);
+    QFETCH(int, h);
+    QFETCH(int, gw);
+    QFETCH(int, gh);
+    std::mt19937 rng(1);
+    WiggleGrid grid;
+    makeWiggleGrid(grid, w, h, 1.0f, rng);
+    QCOMPARE(grid.width, gw);
+    QCOMPARE(grid.height, gh);
+    QCOMPARE(grid.offsetsX.size(), size_t(gw * gh));
+}
+
+void TestWiggle::offsetMagnitudeDistribution_data()
+{
+    QTest::addColumn<float>("amount");
+    QTest::addColumn<float>("low");
+    QTest::addColumn<double>("highShare");
+    QTest::newRow("setting 0 gives 0.1 px") << 0.1f << 0.0f << 0.1;
+    QTest::newRow("exactly 2") << 2.0f << 2.0f << 0.0;
+    QTest::newRow("1.25") << 1.25f << 1.0f << 0.25;
+}
+
+void TestWiggle::offsetMagnitudeDistribution()
+{
+    QFETCH(float, amount);
+    QFETCH(float, low);
+    QFETCH(double, highShare);
+    std::mt19937 rng(20261122);
+    WiggleGrid grid;
+    // 200 x 200 cells: 80,000 draws, so the share is within 0.01 by far.
+    makeWiggleGrid(grid, 4800, 4800, amount, rng);
+    int high = 0;
+    int total = 0;
+    for (const auto *offsets : {&grid.offsetsX, &grid.offsetsY}) {
+        for (float v : *offsets) {
+            const float magnitude = std::fabs(v);
+            QVERIFY2(magnitude == low || magnitude == low + 1.0f, qPrintable(QString::number(v)));
+            high += magnitude == low + 1.0f;
+            ++total;
+        }
+    }
+    QVERIFY2(std::fabs(double(high) / total - highShare) < 0.01,
+             qPrintable(QString::number(double(high) / total)));
+}
+
+void TestWiggle::signsAreBalanced()
+{
+    std::mt19937 rng(7);
+    WiggleGrid grid;
+    makeWiggleGrid(grid, 4800, 4800, 2.0f, rng);
+    const auto negatives =
+        std::count_if(grid.offsetsX.begin(), grid.offsetsX.end(), [](float v) { return v < 0; });
+    QVERIFY(std::abs(double(negatives) / grid.offsetsX.size() - 0.5) < 0.01);
+}
+
+void TestWiggle::warpMatchesReference_data()
+{
+    QTest::addColumn<int>("w");
+    QTest::addColumn<int>("h");
+    QTest::addColumn<float>("amount");
+    QTest::addColumn<uint>("seed");
+    QTest::newRow("small odd") << 37 << 29 << 3.7f << 1u;
+    QTest::newRow("one row") << 100 << 1 << 2.5f << 2u;
+    QTest::newRow("one column") << 1 << 60 << 4.0f << 3u;
+    QTest::newRow("wide") << 301 << 97 << 1.25f << 4u;
+    QTest::newRow("tiny amount") << 64 << 64 << 0.1f << 5u;
+}
+
+void TestWiggle::warpMatchesReference()
+{
+    QFETCH(int, w);
+    QFETCH(int, h);
+    QFETCH(float, amount);
+    QFETCH(uint, seed);
+    std::mt19937 rng(seed);
+    const QImage input = randomImage(w, h, rng);
+    WiggleGrid grid;
+    makeWiggleGrid(grid, w, h, amount, rng);
+    const QImage warped = warpImage(input, grid);
+    QCOMPARE(warped.format(), QImage::Format_RGBA8888);
+    QCOMPARE(warped, referenceWarp(input, grid));
+}
+
+void TestWiggle::edgesNeverSampleOutside()
+{
+    // Large offsets on a small image: every output pixel must still be one
+    // of the input's pixels (each pixel value is unique, so this also shows
+    // where it came from).
+    QImage input(30, 20, QImage::Format_RGBA8888);
+    for (int y = 0; y < 20; ++y)
+        for (int x = 0; x < 30; ++x)
+            reinterpret_cast<quint32 *>(input.scanLine(y))[x] = quint32(0xFF000000u | y << 8 | x);
+    WiggleGrid grid;
+    grid.width = 2;
+    grid.height = 1;
+    grid.offsetsX = {-40.0f, 40.0f};
+    grid.offsetsY = {-40.0f, 40.0f};
+    const QImage warped = warpImage(input, grid);
+    for (int y = 0; y < 20; ++y) {
+        for (int x = 0; x < 30; ++x) {
+            const quint32 v = reinterpret_cast<const quint32 *>(warped.constScanLine(y))[x];
+            QVERIFY((v & 0xFF) < 30);
+            QVERIFY(((v >> 8) & 0xFF) < 20);
+        }
+    }
+    QCOMPARE(reinterpret_cast<const quint32 *>(warped.constScanLine(0))[0] & 0xFFFF, 0u);
+    QCOMPARE(reinterpret_cast<const quint32 *>(warped.constScanLine(19))[29] & 0xFFFF,
+             quint32(19 << 8 | 29));
+}
+
+void TestWiggle::nullInputStaysNull()
+{
+    WiggleGrid grid;
+    std::mt19937 rng(1);
+    makeWiggleGrid(grid, 10, 10, 1.0f, rng);
+    QVERIFY(warpImage(QImage(), grid).isNull());
+}
+
+void TestWiggle::settingMappings_data()
+{
+    QTest::addColumn<int>("setting");
+    QTest::addColumn<float>("amountPx");
+    QTest::addColumn<int>("fps");
+    QTest::newRow("zero") << 0 << 0.1f << 1;
+    QTest::newRow("defaults") << 50 << 2.05f << 15;
+    QTest::newRow("speed default 20") << 20 << 0.88f << 6;
+    QTest::newRow("max") << 100 << 4.0f << 30;
+    QTest::newRow("clamped high") << 250 << 4.0f << 30;
+    QTest::newRow("clamped low") << -3 << 0.1f << 1;
+}
+
+void TestWiggle::settingMappings()
+{
+    QFETCH(int, setting);
+    QFETCH(float, amountPx);
+    QFETCH(int, fps);
+    QVERIFY(qFuzzyCompare(wiggleAmountPxFromSetting(setting), amountPx));
+    QCOMPARE(wiggleFramesPerSecondFromSetting(setting), fps);
+}
+
+QTEST_APPLESS_MAIN(TestWiggle)
+#include "tst_wiggle.moc"

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <QImage>
+#include <QMutex>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <obs.hpp>
+
+#include <memory>
+
+// A real libobs started inside the test process: OpenGL on the X display,
+// the built module loaded from its file, every log line captured.
+class ObsHost {
+public:
+    struct Options {
+        uint32_t width = 1920;
+        uint32_t height = 1080;
+        // The graphics thread ticks every source once per frame; a low rate
+        // keeps it from racing the test's own ticks.
+        uint32_t fps = 1;
+    };
+
+    ObsHost();
+    ~ObsHost();
+
+    // Starts libobs, resets video and loads the module. Returns false with a
+    // reason in error() when any step fails.
+    bool start(const Options &options);
+    bool start() { return start(Options{}); }
+    void stop();
+    QString error() const { return m_error; }
+
+    // Where the "Canvas" settings file (and so every canvas folder) lives.
+    QString settingsDir() const { return m_settings.path(); }
+
+    QStringList logLines() const;
+    void clearLog();
+    // Index of the first line equal to text, or -1.
+    int indexOfLine(const QString &text) const;
+    QStringList linesStartingWith(const QString &prefix) const;
+
+    // Renders the source into a width x height target and reads it back.
+    static QImage renderSource(obs_source_t *source, uint32_t width, uint32_t height);
+
+private:
+    static void logHandler(int level, const char *format, va_list args, void *param);
+
+    QTemporaryDir m_config;
+    QTemporaryDir m_settings;
+    void *m_display = nullptr;
+    obs_module_t *m_module = nullptr;
+    bool m_started = false;
+    QString m_error;
+    mutable QMutex m_logMutex;
+    QStringList m_log;
+};
