@@ -1,5 +1,7 @@
 #include "canvas/CanvasWidget.h"
 
+#include "canvas/Thumbnail.h"
+
 #include <algorithm>
 
 CanvasWidget::CanvasWidget(int canvasWidth, int canvasHeight, QWidget *parent)
@@ -171,3 +173,10 @@ void CanvasWidget::setPreviewImage(const QImage &image)
 
 void CanvasWidget::onJitterTick()
 {}
+
+QPixmap CanvasWidget::layerThumbnail(int index, const QSize &size) const
+{
+    if (!m_doc->isValidIndex(index))
+        return {};
+    return QPixmap::fromImage(::layerThumbnail(m_doc->layerImage(index), size));
+}

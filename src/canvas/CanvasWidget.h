@@ -49,6 +49,8 @@ public:
     QImage layerImage(int index) const { return m_doc->layerImage(index); }
     QVector<Stroke> strokes() const { return m_doc->strokes(); }
     bool canUndo() const { return m_doc->canUndo(); }
+    // Null for an index out of range.
+    QPixmap layerThumbnail(int index, const QSize &size) const;
     bool canRedo() const { return m_doc->canRedo(); }
 
     // Tool settings.
