@@ -11,6 +11,7 @@
 #include "module/SourceRegistry.h"
 
 #include <obs-module.h>
+#include <util/platform.h>
 
 extern "C" {
 uint32_t obs_module_ver(void);
@@ -81,6 +82,8 @@ private slots:
     void wiggleSettingsReadAtCreate();
     void jitterIntervalHasFloor();
     void coopSourceIsTransparent();
+    void wiggleShowsWarpedFramesUntilTurnedOff();
+    void performanceLineFormat();
 
 private:
     SourceRef createCanvas(const char *name);
@@ -312,6 +315,59 @@ void TestModuleHost::coopSourceIsTransparent()
     QCOMPARE(obs_source_get_height(coop), 1080u);
     QCOMPARE(SourceRegistry::instance().find(coop), nullptr);
     QCOMPARE(ObsHost::renderSource(coop, 1920, 1080), solid(1920, 1080, Qt::transparent));
+}
+
+void TestModuleHost::wiggleShowsWarpedFramesUntilTurnedOff()
+{
+    SourceRef canvas = createCanvas("wiggle canvas");
+    const QImage drawing = pattern(1920, 1080);
+    canvas.record()->commit({}, drawing);
+    QCOMPARE(ObsHost::renderSource(canvas.source, 1920, 1080), drawing);
+
+    canvas.record()->setJitterAmount(4.0f);
+    canvas.record()->setJitterInterval(0.01f);
+    canvas.record()->setJitterEnabled(true);
+    // The host's graphics thread ticks the source; the next due tick warps.
+    QImage first;
+    QTRY_VERIFY_WITH_TIMEOUT(
+        (first = ObsHost::renderSource(canvas.source, 1920, 1080), first != drawing), 10000);
+
+    // Every output pixel is an input pixel at most 4 px away in each axis.
+    for (int y = 500; y < 540; ++y) {
+        for (int x = 900; x < 960; ++x) {
+            bool found = false;
+            for (int dy = -4; dy <= 4 && !found; ++dy)
+                for (int dx = -4; dx <= 4 && !found; ++dx)
+                    found = drawing.pixel(x + dx, y + dy) == first.pixel(x, y);
+            QVERIFY2(found, qPrintable(QString("pixel %1,%2").arg(x).arg(y)));
+        }
+    }
+    // A later due tick rolls a new field.
+    QTRY_VERIFY_WITH_TIMEOUT(ObsHost::renderSource(canvas.source, 1920, 1080) != first, 10000);
+
+    canvas.record()->setJitterEnabled(false);
+    QCOMPARE(ObsHost::renderSource(canvas.source, 1920, 1080), drawing);
+}
+
+void TestModuleHost::performanceLineFormat()
+{
+    SourceRef canvas = createCanvas("perf canvas");
+    // Turning the wiggle off marks the picture for upload: the window below
+    // sees that one upload.
+    canvas.record()->setJitterEnabled(false);
+    ObsHost::renderSource(canvas.source, 1920, 1080);
+    m_host.clearLog();
+    // Pretend the window began six seconds ago so the next render closes it.
+    canvas.record()->setPerfWindowStart(int64_t(os_gettime_ns()) - 6000000000LL);
+    ObsHost::renderSource(canvas.source, 1920, 1080);
+    const QStringList lines = m_host.linesStartingWith("[PD-Perf] 'perf canvas'");
+    QCOMPARE(lines.size(), 1);
+    static const QRegularExpression format(
+        R"(^\[PD-Perf\] 'perf canvas' 6\.\ds \| render 2 calls, \d+\.\d ms total \(avg \d+ us, )"
+        R"(max \d+ us\) \| tick 0 calls, 0\.0 ms total \(avg 0 us, max 0 us\) \| uploads 1, )"
+        R"(jitters 0 \| wiggle off$)");
+    QVERIFY2(format.match(lines.first()).hasMatch(), qPrintable(lines.first()));
+    QCOMPARE(canvas.record()->perfSnapshot().renderCalls, 0);
 }
 
 QTEST_MAIN(TestModuleHost)
