@@ -8,6 +8,8 @@
 
 #include "module/CanvasDirectory.h"
 #include "module/CanvasSource.h"
+#include "module/FrontendApi.h"
+#include "module/SceneCapture.h"
 #include "module/SourceRegistry.h"
 
 #include <obs-module.h>
@@ -48,6 +50,14 @@ QImage solid(int w, int h, QColor color)
     return image;
 }
 
+// Hands the capture a real libobs scene as the "current scene".
+class SceneFrontend final : public FrontendApi {
+public:
+    obs_source_t *scene = nullptr;
+    obs_source_t *currentScene() override { return obs_source_get_ref(scene); }
+    QMainWindow *mainWindow() override { return nullptr; }
+};
+
 struct SourceRef {
     OBSSourceAutoRelease source;
     CanvasSourceData *record() const
@@ -84,6 +94,9 @@ private slots:
     void coopSourceIsTransparent();
     void wiggleShowsWarpedFramesUntilTurnedOff();
     void performanceLineFormat();
+    void captureShowsSceneWithoutEditedCanvas();
+    void captureOfEmptySceneIsTransparent();
+    void captureWithoutSceneIsNull();
 
 private:
     SourceRef createCanvas(const char *name);
@@ -173,7 +186,8 @@ void TestModuleHost::registryFollowsCreateAndDestroy()
         QCOMPARE(SourceRegistry::instance().size(), before + 1);
     }
     // libobs destroys released sources on its destruction thread.
-    QTRY_VERIFY_WITH_TIMEOUT((obs_wait_for_destroy_queue(), !SourceRegistry::instance().find(raw)), 5000);
+    QTRY_VERIFY_WITH_TIMEOUT((obs_wait_for_destroy_queue(), !SourceRegistry::instance().find(raw)),
+                             5000);
     QCOMPARE(SourceRegistry::instance().find(raw), nullptr);
     QCOMPARE(SourceRegistry::instance().size(), before);
 }
@@ -368,6 +382,47 @@ void TestModuleHost::performanceLineFormat()
         R"(jitters 0 \| wiggle off$)");
     QVERIFY2(format.match(lines.first()).hasMatch(), qPrintable(lines.first()));
     QCOMPARE(canvas.record()->perfSnapshot().renderCalls, 0);
+}
+
+void TestModuleHost::captureShowsSceneWithoutEditedCanvas()
+{
+    OBSSceneAutoRelease scene = obs_scene_create_private("capture scene");
+    SourceRef backdrop = createCanvas("backdrop canvas");
+    SourceRef edited = createCanvas("edited canvas");
+    const QImage drawing = pattern(1920, 1080);
+    const QImage red = solid(1920, 1080, Qt::red);
+    backdrop.record()->commit({}, drawing);
+    edited.record()->commit({}, red);
+    obs_scene_add(scene, backdrop.source);
+    obs_scene_add(scene, edited.source); // on top: would hide the backdrop
+
+    SceneFrontend frontend;
+    frontend.scene = obs_scene_get_source(scene);
+    const QImage captured = captureScene(*edited.record(), frontend);
+    QCOMPARE(captured.size(), QSize(1920, 1080));
+    QCOMPARE(captured, drawing);
+    // The edited canvas draws again once the capture is over.
+    QCOMPARE(ObsHost::renderSource(frontend.scene, 1920, 1080), red);
+}
+
+void TestModuleHost::captureOfEmptySceneIsTransparent()
+{
+    OBSSceneAutoRelease scene = obs_scene_create_private("empty scene");
+    SourceRef edited = createCanvas("lonely canvas");
+    SceneFrontend frontend;
+    frontend.scene = obs_scene_get_source(scene);
+    const QImage captured = captureScene(*edited.record(), frontend);
+    QVERIFY(!captured.isNull());
+    QCOMPARE(captured, solid(1920, 1080, Qt::transparent));
+}
+
+void TestModuleHost::captureWithoutSceneIsNull()
+{
+    SourceRef edited = createCanvas("sceneless canvas");
+    SceneFrontend frontend;
+    QVERIFY(captureScene(*edited.record(), frontend).isNull());
+    // Without a front end (as in this process) there is no current scene.
+    QVERIFY(captureScene(*edited.record()).isNull());
 }
 
 QTEST_MAIN(TestModuleHost)
