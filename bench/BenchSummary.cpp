@@ -1,0 +1,69 @@
+#include "BenchSummary.h"
+
+#include <cstdio>
+
+namespace {
+
+std::map<std::string, BenchSummary::Target> &targets()
+{
+    static std::map<std::string, BenchSummary::Target> map;
+    return map;
+}
+
+} // namespace
+
+void BenchSummary::setTarget(const std::string &caseName, Target target)
+{
+    targets()[caseName] = target;
+}
+
+void BenchSummary::ReportRuns(const std::vector<Run> &runs)
+{
+    ConsoleReporter::ReportRuns(runs);
+    for (const Run &run : runs) {
+        if (run.run_type != Run::RT_Aggregate || run.aggregate_name != "median")
+            continue;
+        const std::string name = run.run_name.function_name;
+        const double ms =
+            run.GetAdjustedRealTime() * (run.time_unit == benchmark::kMillisecond   ? 1.0
+                                         : run.time_unit == benchmark::kMicrosecond ? 1e-3
+                                         : run.time_unit == benchmark::kNanosecond  ? 1e-6
+                                                                                    : 1e3);
+        const auto slash = name.rfind('/');
+        if (slash == std::string::npos)
+            continue;
+        const std::string caseName = name.substr(0, slash);
+        const std::string side = name.substr(slash + 1);
+        if (side == "ours")
+            m_ours[caseName] = ms;
+        else if (side == "reference")
+            m_reference[caseName] = ms;
+    }
+}
+
+void BenchSummary::Finalize()
+{
+    ConsoleReporter::Finalize();
+    std::printf("\n== Summary (medians)\n");
+    for (const auto &[caseName, ours] : m_ours) {
+        const auto ref = m_reference.find(caseName);
+        const Target target = targets().count(caseName) ? targets()[caseName] : Target{};
+        std::printf("%s: ours %.2f ms", caseName.c_str(), ours);
+        double ratio = 0;
+        if (ref != m_reference.end()) {
+            ratio = ref->second / ours;
+            std::printf(", reference %.2f ms, ratio %.1fx", ref->second, ratio);
+        }
+        if (target.maxMs > 0 || target.minRatio > 0) {
+            const bool timeOk = target.maxMs <= 0 || ours <= target.maxMs;
+            const bool ratioOk = target.minRatio <= 0 || ratio >= target.minRatio;
+            std::printf(" [target");
+            if (target.maxMs > 0)
+                std::printf(" <= %.0f ms", target.maxMs);
+            if (target.minRatio > 0)
+                std::printf(" >= %.0fx", target.minRatio);
+            std::printf(": %s]", timeOk && ratioOk ? "met" : "NOT MET");
+        }
+        std::printf("\n");
+    }
+}

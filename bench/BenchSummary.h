@@ -1,0 +1,26 @@
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <map>
+#include <string>
+
+// Collects the median of every "<case>/ours" and "<case>/reference" run and
+// prints one line per case at the end:
+//   <case>: ours 3.10 ms, reference 18.40 ms, ratio 5.9x [target <= 4 ms, >= 4x: met]
+class BenchSummary : public benchmark::ConsoleReporter {
+public:
+    struct Target {
+        double maxMs = 0; // 0 = report only
+        double minRatio = 0;
+    };
+
+    static void setTarget(const std::string &caseName, Target target);
+
+    void ReportRuns(const std::vector<Run> &runs) override;
+    void Finalize() override;
+
+private:
+    std::map<std::string, double> m_ours;
+    std::map<std::string, double> m_reference;
+};
