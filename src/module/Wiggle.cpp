@@ -15,11 +15,15 @@ float uniform01(std::mt19937 &rng)
     return float(rng() >> 8) * (1.0f / 16777216.0f);
 }
 
-struct ColumnWeight {
-    int i0;
-    int i1;
-    float tx;
-};
+// std::round (halves away from zero) without the library call: v - trunc(v)
+// is exact for the small offsets used here.
+inline int roundHalfAway(float v)
+{
+    int whole = int(v);
+    const float rest = v - float(whole);
+    whole += int(rest >= 0.5f) - int(rest <= -0.5f);
+    return whole;
+}
 
 } // namespace
 
@@ -63,15 +67,30 @@ QImage warpImage(const QImage &input, const WiggleGrid &grid)
 
     const int w = src.width();
     const int h = src.height();
+    const int gw = grid.width;
+    const int gh = grid.height;
     constexpr float cell = float(WiggleGrid::CellSize);
     constexpr float half = cell / 2.0f;
 
-    std::vector<ColumnWeight> columns(static_cast<size_t>(w));
+    // Column weights, and every grid row's offsets spread out to one value
+    // per image column (left and right cell of each column), so the per-pixel
+    // loop reads only contiguous arrays and vectorises.
+    std::vector<float> tx(static_cast<size_t>(w)), oneMinusTx(static_cast<size_t>(w));
+    std::vector<float> spread(static_cast<size_t>(gh) * 4 * w);
     for (int x = 0; x < w; ++x) {
         const float gx = (float(x) - half) / cell;
         const float fl = std::floor(gx);
-        const int i0 = std::clamp(int(fl), 0, grid.width - 1);
-        columns[size_t(x)] = {i0, std::min(i0 + 1, grid.width - 1), gx - fl};
+        const int i0 = std::clamp(int(fl), 0, gw - 1);
+        const int i1 = std::min(i0 + 1, gw - 1);
+        tx[size_t(x)] = gx - fl;
+        oneMinusTx[size_t(x)] = 1.0f - tx[size_t(x)];
+        for (int j = 0; j < gh; ++j) {
+            float *row = spread.data() + size_t(j) * 4 * w;
+            row[x] = grid.offsetsX[size_t(j) * gw + i0];
+            row[w + x] = grid.offsetsX[size_t(j) * gw + i1];
+            row[2 * w + x] = grid.offsetsY[size_t(j) * gw + i0];
+            row[3 * w + x] = grid.offsetsY[size_t(j) * gw + i1];
+        }
     }
 
     QImage out(w, h, QImage::Format_RGBA8888);
@@ -82,35 +101,40 @@ QImage warpImage(const QImage &input, const WiggleGrid &grid)
     const qsizetype srcStride = src.bytesPerLine();
     uchar *outBits = out.bits();
     const qsizetype outStride = out.bytesPerLine();
-    const float *offX = grid.offsetsX.data();
-    const float *offY = grid.offsetsY.data();
-    const int gw = grid.width;
 
     std::for_each(std::execution::par, rows.begin(), rows.end(), [&](int y) {
+        thread_local std::vector<int> sx;
+        thread_local std::vector<int> sy;
+        sx.resize(size_t(w));
+        sy.resize(size_t(w));
+
         const float gy = (float(y) - half) / cell;
         const float fl = std::floor(gy);
-        const int j0 = std::clamp(int(fl), 0, grid.height - 1);
-        const int j1 = std::min(j0 + 1, grid.height - 1);
+        const int j0 = std::clamp(int(fl), 0, gh - 1);
+        const int j1 = std::min(j0 + 1, gh - 1);
         const float ty = gy - fl;
-        const float *topX = offX + size_t(j0) * gw;
-        const float *botX = offX + size_t(j1) * gw;
-        const float *topY = offY + size_t(j0) * gw;
-        const float *botY = offY + size_t(j1) * gw;
-        auto *dst = reinterpret_cast<quint32 *>(outBits + y * outStride);
+        const float oneMinusTy = 1.0f - ty;
+        const float *top = spread.data() + size_t(j0) * 4 * w;
+        const float *bottom = spread.data() + size_t(j1) * 4 * w;
+        const float *tlX = top, *trX = top + w, *tlY = top + 2 * w, *trY = top + 3 * w;
+        const float *blX = bottom, *brX = bottom + w, *blY = bottom + 2 * w, *brY = bottom + 3 * w;
+        const float *txs = tx.data();
+        const float *omtx = oneMinusTx.data();
+        int *sxs = sx.data();
+        int *sys = sy.data();
         for (int x = 0; x < w; ++x) {
-            const ColumnWeight &c = columns[size_t(x)];
-            const float wTL = (1.0f - c.tx) * (1.0f - ty);
-            const float wTR = c.tx * (1.0f - ty);
-            const float wBL = (1.0f - c.tx) * ty;
-            const float wBR = c.tx * ty;
-            const float ox =
-                topX[c.i0] * wTL + topX[c.i1] * wTR + botX[c.i0] * wBL + botX[c.i1] * wBR;
-            const float oy =
-                topY[c.i0] * wTL + topY[c.i1] * wTR + botY[c.i0] * wBL + botY[c.i1] * wBR;
-            const int sx = std::clamp(x + int(std::round(ox)), 0, w - 1);
-            const int sy = std::clamp(y + int(std::round(oy)), 0, h - 1);
-            dst[x] = reinterpret_cast<const quint32 *>(srcBits + sy * srcStride)[sx];
+            const float wTL = omtx[x] * oneMinusTy;
+            const float wTR = txs[x] * oneMinusTy;
+            const float wBL = omtx[x] * ty;
+            const float wBR = txs[x] * ty;
+            const float ox = tlX[x] * wTL + trX[x] * wTR + blX[x] * wBL + brX[x] * wBR;
+            const float oy = tlY[x] * wTL + trY[x] * wTR + blY[x] * wBL + brY[x] * wBR;
+            sxs[x] = std::clamp(x + roundHalfAway(ox), 0, w - 1);
+            sys[x] = std::clamp(y + roundHalfAway(oy), 0, h - 1);
         }
+        auto *dst = reinterpret_cast<quint32 *>(outBits + y * outStride);
+        for (int x = 0; x < w; ++x)
+            dst[x] = reinterpret_cast<const quint32 *>(srcBits + sys[x] * srcStride)[sxs[x]];
     });
     return out;
 }
