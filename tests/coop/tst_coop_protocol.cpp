@@ -47,8 +47,7 @@ QJsonObject strokeWith(const QString &key, const QJsonValue &value)
 
 } // namespace
 
-class TestCoopProtocol : public QObject
-{
+class TestCoopProtocol : public QObject {
     Q_OBJECT
 
 private slots:
@@ -322,8 +321,8 @@ private slots:
         Stroke r;
         const QJsonArray pts{250000, -250000, 99999.5, "x", true, QJsonValue()};
         QVERIFY(coop::strokeFromJson(QJsonObject{{"pts", pts}}, &r));
-        QCOMPARE(r.points, (QVector<QPointF>{QPointF(100000, -100000), QPointF(99999.5, 0),
-                                             QPointF(0, 0)}));
+        QCOMPARE(r.points,
+                 (QVector<QPointF>{QPointF(100000, -100000), QPointF(99999.5, 0), QPointF(0, 0)}));
     }
 
     void colourConversion_data()
@@ -388,9 +387,15 @@ private slots:
                 for (int m = rng.bounded(kind == 1 ? 1 : 8); m > 0; --m) {
                     const int at = rng.bounded(stream.size());
                     switch (rng.bounded(3)) {
-                    case 0: stream[at] = char(rng.bounded(256)); break;
-                    case 1: stream.remove(at, 1); break;
-                    default: stream.insert(at, char(rng.bounded(256))); break;
+                    case 0:
+                        stream[at] = char(rng.bounded(256));
+                        break;
+                    case 1:
+                        stream.remove(at, 1);
+                        break;
+                    default:
+                        stream.insert(at, char(rng.bounded(256)));
+                        break;
                     }
                 }
             }
