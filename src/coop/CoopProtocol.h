@@ -19,8 +19,7 @@ QByteArray encodeFrame(const QJsonObject &message);
 // Incremental frame reader. Bytes go in as they arrive; whole messages come out
 // in order. Only received bytes are ever buffered, whatever length a prefix
 // announces. After a violation the decoder stays failed.
-class FrameDecoder
-{
+class FrameDecoder {
 public:
     enum class Result { NeedMore, Message, Oversize, BadJson };
 

@@ -116,7 +116,8 @@ bool CoopSession::host(const QString &nickname, quint16 port)
     }
     auto *server = new QTcpServer(this);
     if (!server->listen(QHostAddress::Any, port)) {
-        m_lastError = QStringLiteral("Could not listen on port %1: %2").arg(port).arg(server->errorString());
+        m_lastError =
+            QStringLiteral("Could not listen on port %1: %2").arg(port).arg(server->errorString());
         server->deleteLater();
         pdLog("[PD-Coop] host failed: %s", utf8(m_lastError).constData());
         return false;
@@ -359,8 +360,8 @@ void CoopSession::onPingTick()
     if (m_role != Role::Host)
         return;
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
-    const QByteArray frame = coop::encodeFrame(
-        QJsonObject{{QStringLiteral("t"), QStringLiteral("ping")}, {QStringLiteral("ts"), double(now)}});
+    const QByteArray frame = coop::encodeFrame(QJsonObject{
+        {QStringLiteral("t"), QStringLiteral("ping")}, {QStringLiteral("ts"), double(now)}});
     for (const auto &peer : m_peers) {
         if (!peer->joined || !peer->socket)
             continue;

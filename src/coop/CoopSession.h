@@ -35,8 +35,7 @@ Q_DECLARE_METATYPE(CoopUser)
 
 // The co-op networking object: idle, hosting (a hub relaying between peers)
 // or a client joined to one host. Lives on the main thread.
-class CoopSession : public QObject
-{
+class CoopSession : public QObject {
     Q_OBJECT
 
 public:
