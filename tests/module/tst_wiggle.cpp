@@ -1,3 +1,4 @@
+#include "ReferenceWarp.h"
 #include "module/Wiggle.h"
 
 #include <QtTest>
@@ -6,37 +7,6 @@
 #include <map>
 
 namespace {
-
-// The warp rule written out plainly, one pixel at a time.
-QImage referenceWarp(const QImage &input, const WiggleGrid &grid)
-{
-    const QImage src = input.convertToFormat(QImage::Format_RGBA8888);
-    QImage out(src.size(), QImage::Format_RGBA8888);
-    const int w = src.width(), h = src.height();
-    for (int y = 0; y < h; ++y) {
-        const float gy = (float(y) - 12.0f) / 24.0f;
-        const int j0 = std::clamp(int(std::floor(gy)), 0, grid.height - 1);
-        const int j1 = std::min(j0 + 1, grid.height - 1);
-        const float ty = gy - std::floor(gy);
-        for (int x = 0; x < w; ++x) {
-            const float gx = (float(x) - 12.0f) / 24.0f;
-            const int i0 = std::clamp(int(std::floor(gx)), 0, grid.width - 1);
-            const int i1 = std::min(i0 + 1, grid.width - 1);
-            const float tx = gx - std::floor(gx);
-            auto at = [&](const std::vector<float> &v, int i, int j) {
-                return v[size_t(j) * grid.width + i];
-            };
-            auto blend = [&](const std::vector<float> &v) {
-                return at(v, i0, j0) * ((1 - tx) * (1 - ty)) + at(v, i1, j0) * (tx * (1 - ty)) +
-                       at(v, i0, j1) * ((1 - tx) * ty) + at(v, i1, j1) * (tx * ty);
-            };
-            const int sx = std::clamp(x + int(std::round(blend(grid.offsetsX))), 0, w - 1);
-            const int sy = std::clamp(y + int(std::round(blend(grid.offsetsY))), 0, h - 1);
-            out.setPixel(x, y, src.pixel(sx, sy));
-        }
-    }
-    return out;
-}
 
 QImage randomImage(int w, int h, std::mt19937 &rng)
 {
