@@ -1,8 +1,12 @@
 #include "Screenshot.h"
 
+#include "editor/Icons.h"
 #include "editor/TintedIcon.h"
 
+#include <QGridLayout>
+
 #include <QLabel>
+#include <QSvgRenderer>
 #include <QtTest>
 
 namespace {
@@ -35,6 +39,9 @@ private slots:
     void hostileSvgGivesTransparentPixmap_data();
     void hostileSvgGivesTransparentPixmap();
     void transparentPixmapHelper();
+    void productIcons_data();
+    void productIcons();
+    void iconSheetScreenshot();
 };
 
 void TestTintedIcon::placeholderReplaced()
@@ -109,6 +116,76 @@ void TestTintedIcon::transparentPixmapHelper()
     QVERIFY(pixmap.hasAlphaChannel());
     QCOMPARE(pixmap.toImage().pixelColor(15, 11).alpha(), 0);
     QVERIFY(transparentPixmap(QSize(-3, 5)).isNull());
+}
+
+void TestTintedIcon::productIcons_data()
+{
+    QTest::addColumn<QString>("svg");
+    const QList<QPair<const char *, QString>> icons = {{"undo", Icons::Undo},
+                                                       {"redo", Icons::Redo},
+                                                       {"brush", Icons::Brush},
+                                                       {"eraser", Icons::Eraser},
+                                                       {"fill", Icons::FillBucket},
+                                                       {"shapes filled", Icons::ShapesFilled},
+                                                       {"shapes outline", Icons::ShapesOutline},
+                                                       {"jitter", Icons::Jitter},
+                                                       {"preview", Icons::Preview},
+                                                       {"layers", Icons::Layers},
+                                                       {"person", Icons::Person},
+                                                       {"people", Icons::People},
+                                                       {"pin", Icons::Pin},
+                                                       {"eye", Icons::Eye},
+                                                       {"eye off", Icons::EyeOff},
+                                                       {"drawing", Icons::Drawing}};
+    for (const auto &[name, svg] : icons)
+        QTest::newRow(name) << svg;
+}
+
+// Every icon is a valid 24x24 drawing in the given colour only, not touching
+// the pixmap's border.
+void TestTintedIcon::productIcons()
+{
+    QFETCH(QString, svg);
+    QVERIFY(svg.contains(QStringLiteral("ICON_COLOR")));
+    QSvgRenderer renderer(svg.toUtf8().replace("ICON_COLOR", "#000000"));
+    QVERIFY(renderer.isValid());
+    QCOMPARE(renderer.defaultSize(), QSize(24, 24));
+
+    const QImage image = tintedSvgPixmap(svg, QColor(0, 128, 255), QSize(48, 48)).toImage();
+    int opaque = 0;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            const QColor c = image.pixelColor(x, y);
+            if (c.alpha() < 250)
+                continue;
+            ++opaque;
+            // Premultiplied edges may round by a step or two.
+            QVERIFY2(c.red() <= 2 && qAbs(c.green() - 128) <= 2 && c.blue() >= 253,
+                     qPrintable(c.name()));
+        }
+    }
+    QVERIFY2(opaque > 100, qPrintable(QString::number(opaque)));
+}
+
+void TestTintedIcon::iconSheetScreenshot()
+{
+    QWidget sheet;
+    auto *grid = new QGridLayout(&sheet);
+    const QList<QString> icons = {
+        Icons::Undo,       Icons::Redo,         Icons::Brush,         Icons::Eraser,
+        Icons::FillBucket, Icons::ShapesFilled, Icons::ShapesOutline, Icons::Jitter,
+        Icons::Preview,    Icons::Layers,       Icons::Person,        Icons::People,
+        Icons::Pin,        Icons::Eye,          Icons::EyeOff,        Icons::Drawing};
+    const QColor ink = sheet.palette().color(QPalette::ButtonText);
+    for (int i = 0; i < icons.size(); ++i) {
+        auto *big = new QLabel;
+        big->setPixmap(tintedSvgPixmap(icons[i], ink, QSize(48, 48)));
+        auto *small = new QLabel;
+        small->setPixmap(tintedSvgPixmap(icons[i], ink, QSize(20, 20)));
+        grid->addWidget(big, (i / 8) * 2, i % 8);
+        grid->addWidget(small, (i / 8) * 2 + 1, i % 8);
+    }
+    QVERIFY(saveScreenshot(&sheet, QStringLiteral("icons")));
 }
 
 int runTintedIconTests(int argc, char **argv)
