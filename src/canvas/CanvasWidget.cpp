@@ -35,7 +35,9 @@ void CanvasWidget::onSnapshotRestored()
 {
     m_current.points.clear();
     m_drawing = false;
+    m_shapeStart = m_shapeEnd = QPointF();
     dropWiggleFrame();
+    regenerateWiggle();
     update();
 }
 
@@ -170,9 +172,6 @@ void CanvasWidget::setPreviewImage(const QImage &image)
     if (m_previewEnabled)
         update();
 }
-
-void CanvasWidget::onJitterTick()
-{}
 
 QPixmap CanvasWidget::layerThumbnail(int index, const QSize &size) const
 {

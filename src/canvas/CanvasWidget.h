@@ -2,6 +2,7 @@
 
 #include "canvas/CanvasDocument.h"
 #include "canvas/Stroke.h"
+#include "module/Wiggle.h"
 
 #include <QColor>
 #include <QImage>
@@ -86,9 +87,24 @@ public:
     bool previewEnabled() const { return m_previewEnabled; }
     float previewOpacity() const { return m_previewOpacity; }
 
+    // The visible layers flattened (cached); what the editor hands the source.
+    QImage flatComposite() { return m_doc->flatComposite(); }
+    // The flat composite with the live brush stroke or shape preview on it.
+    QImage displayComposite();
+
     // View.
     float zoom() const { return m_zoom; }
     QPointF panOffset() const { return m_pan; }
+    float fitScale() const { return m_fitScale; }
+    QPoint baseOffset() const { return m_base; }
+    QPointF mapToCanvas(const QPointF &widgetPos) const;
+    QRect canvasRect() const;
+
+    // Input state.
+    bool isDrawing() const { return m_drawing; }
+    bool isPanning() const { return m_panning; }
+    bool pointerInside() const { return m_pointerInside; }
+    const Stroke &currentStroke() const { return m_current; }
 
 signals:
     void strokesChanged();
@@ -103,9 +119,33 @@ signals:
 public slots:
     void onJitterTick();
 
+protected:
+    void paintEvent(QPaintEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+    void mousePressEvent(QMouseEvent *event) override;
+    void mouseMoveEvent(QMouseEvent *event) override;
+    void mouseReleaseEvent(QMouseEvent *event) override;
+    void wheelEvent(QWheelEvent *event) override;
+    void tabletEvent(QTabletEvent *event) override;
+    void enterEvent(QEnterEvent *event) override;
+    void leaveEvent(QEvent *event) override;
+
 private:
     void dropWiggleFrame();
     void onSnapshotRestored();
+    void clampPan();
+    bool shapeBeingDragged() const;
+    void pressFill(const QPointF &canvasPos);
+    void pressStroke(const QPointF &canvasPos);
+    void moveStroke(const QPointF &canvasPos);
+    void releaseStroke();
+    void releaseShape(bool constrain);
+    QSize wiggleDisplaySize() const;
+    void makeWiggleFrame(bool newGrid);
+    void rewarpWiggle();
+    void regenerateWiggle();
+    void paintOverlays(QPainter &painter, const QRect &target);
+    void paintPointer(QPainter &painter);
 
     CanvasDocument *m_doc;
     QImage m_wiggleImage;
@@ -131,6 +171,9 @@ private:
     QImage m_previewImage;
     QTimer m_wiggleTimer;
     std::mt19937 m_rng;
+    WiggleGrid m_wiggleGrid;
+    int m_wigglePoints = 0;
+    bool m_moved = false;
 
     float m_zoom = 1.0f;
     float m_fitScale = 1.0f;
@@ -141,5 +184,6 @@ private:
     QPointF m_panStartOffset;
     QPointF m_pointer;
     bool m_pointerInside = false;
+    bool m_penDown = false;
     QPixmap m_toolCursorIcon;
 };

@@ -17,3 +17,18 @@ template <typename T> QStringList *recordSignals(T *emitter, QStringList *log)
                      [log](int i) { log->append(QStringLiteral("active(%1)").arg(i)); });
     return log;
 }
+
+// Also records the drawing surface's live signals: "updated", "committed(n)"
+// and "coop(n)" with n the number of points of the stroke.
+template <typename T> QStringList *recordStrokeSignals(T *emitter, QStringList *log)
+{
+    recordSignals(emitter, log);
+    QObject::connect(emitter, &T::strokeUpdated, [log] { log->append("updated"); });
+    QObject::connect(emitter, &T::strokeCommitted, [log](const auto &stroke) {
+        log->append(QStringLiteral("committed(%1)").arg(stroke.points.size()));
+    });
+    QObject::connect(emitter, &T::coopStrokeSegment, [log](const auto &stroke) {
+        log->append(QStringLiteral("coop(%1)").arg(stroke.points.size()));
+    });
+    return log;
+}
