@@ -1,6 +1,7 @@
 #include <QApplication>
 #include <QtTest>
 
+int runColorPickerTests(int argc, char **argv);
 int runLongPressTests(int argc, char **argv);
 int runTintedIconTests(int argc, char **argv);
 
@@ -8,6 +9,7 @@ int main(int argc, char **argv)
 {
     QApplication app(argc, argv);
     int failures = 0;
+    failures += runColorPickerTests(argc, argv);
     failures += runLongPressTests(argc, argv);
     failures += runTintedIconTests(argc, argv);
     return failures;
