@@ -79,6 +79,15 @@ public:
 
     QImage blankImage() const;
 
+    // The visible layers flattened, rebuilt from the cached partials below and
+    // above the active layer only when something was painted or changed.
+    QImage flatComposite();
+    // Rebuilds whichever of the two partials is dirty; flatComposite() runs it
+    // first, a repaint after a layer switch runs it on its own.
+    void rebuildPartials();
+    const QImage &belowComposite() const { return m_belowImage; }
+    const QImage &aboveComposite() const { return m_aboveImage; }
+
 signals:
     void strokesChanged();
     void undoAvailabilityChanged(bool available);
@@ -98,6 +107,7 @@ private:
     void emitAvailability();
     CanvasLayer newLayer(const QString &name) const;
     QImage normalised(const QImage &image) const;
+    QImage compositeRange(int first, int last) const;
 
     int m_width;
     int m_height;
@@ -113,4 +123,7 @@ private:
         bool above = true;
     } m_partialsDirty;
     QVector<Stroke> m_strokes;
+    QImage m_belowImage;
+    QImage m_aboveImage;
+    QImage m_flatImage;
 };

@@ -1,0 +1,197 @@
+#include "LogCapture.h"
+
+#include "canvas/CanvasDocument.h"
+
+#include <QPainter>
+#include <QRegularExpression>
+#include <QtTest>
+
+namespace {
+
+void fillLayer(CanvasDocument &doc, int index, const QRect &rect, QColor color)
+{
+    const int active = doc.activeLayer();
+    doc.setActiveLayer(index);
+    QPainter painter(&doc.activeImage());
+    painter.fillRect(rect, color);
+    painter.end();
+    doc.markPainted();
+    doc.setActiveLayer(active);
+}
+
+QImage over(const QList<QImage> &images)
+{
+    QImage out(images.first().size(), QImage::Format_RGBA8888);
+    out.fill(Qt::transparent);
+    QPainter painter(&out);
+    for (const QImage &image : images)
+        painter.drawImage(0, 0, image);
+    return out;
+}
+
+bool isTransparent(const QImage &image)
+{
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x)
+            if (qAlpha(image.pixel(x, y)) != 0)
+                return false;
+    return true;
+}
+
+QStringList compositeLines(const LogCapture &log)
+{
+    QStringList out;
+    for (const QString &line : log.lines()) {
+        QString normalised = line;
+        normalised.replace(QRegularExpression(" \\d+ ms"), " N ms");
+        out << normalised;
+    }
+    return out;
+}
+
+} // namespace
+
+class TestComposite : public QObject {
+    Q_OBJECT
+
+private slots:
+    void singleLayerLogsZeroLayers();
+    void flatIsCachedUntilPainted();
+    void hiddenActiveLayerIsBelowPlusAbove();
+    void halfOpacityHalvesAlpha();
+    void switchingLayersRebuildsPartialsNotFlat();
+    void structuralChangesRebuildEverything();
+    void undersizedLayerFromSingleLoad();
+};
+
+void TestComposite::singleLayerLogsZeroLayers()
+{
+    LogCapture log;
+    CanvasDocument doc(16, 8);
+    const QImage flat = doc.flatComposite();
+    QCOMPARE(compositeLines(log), QStringList({"[PD] SplitBelow: rebuilt 0 layers in N ms",
+                                               "[PD] SplitAbove: rebuilt 0 layers in N ms",
+                                               "[PD] FlatComposite: rebuilt (3-blit) in N ms"}));
+    QCOMPARE(doc.belowComposite().size(), QSize(16, 8));
+    QCOMPARE(doc.belowComposite().format(), QImage::Format_RGBA8888);
+    QVERIFY(isTransparent(doc.belowComposite()));
+    QVERIFY(isTransparent(doc.aboveComposite()));
+    QVERIFY(isTransparent(flat));
+    QCOMPARE(flat.format(), QImage::Format_RGBA8888);
+    QVERIFY(!doc.compositeDirty());
+}
+
+void TestComposite::flatIsCachedUntilPainted()
+{
+    CanvasDocument doc(8, 8);
+    doc.flatComposite();
+    LogCapture log;
+    doc.flatComposite();
+    QVERIFY(log.lines().isEmpty());
+
+    doc.activeImage().fill(Qt::red);
+    doc.markPainted();
+    const QImage flat = doc.flatComposite();
+    QCOMPARE(compositeLines(log), QStringList({"[PD] FlatComposite: rebuilt (3-blit) in N ms"}));
+    QCOMPARE(flat.pixel(3, 3), qRgba(255, 0, 0, 255));
+}
+
+void TestComposite::hiddenActiveLayerIsBelowPlusAbove()
+{
+    CanvasDocument doc(20, 20);
+    doc.addLayer();
+    doc.addLayer();
+    fillLayer(doc, 0, QRect(0, 0, 12, 20), QColor(255, 0, 0, 160));
+    fillLayer(doc, 1, QRect(0, 0, 20, 20), QColor(0, 255, 0));
+    fillLayer(doc, 2, QRect(8, 0, 12, 20), QColor(0, 0, 255, 100));
+    doc.setActiveLayer(1);
+
+    QImage all = doc.flatComposite();
+    QCOMPARE(all.pixel(1, 1), qRgba(0, 255, 0, 255));
+
+    doc.setLayerVisible(1, false);
+    const QImage flat = doc.flatComposite();
+    QCOMPARE(flat, over({doc.belowComposite(), doc.aboveComposite()}));
+    QCOMPARE(flat, over({doc.layerImage(0), doc.layerImage(2)}));
+    QCOMPARE(qAlpha(flat.pixel(15, 5)), 100);
+    QCOMPARE(qAlpha(flat.pixel(2, 5)), 160);
+}
+
+void TestComposite::halfOpacityHalvesAlpha()
+{
+    for (int active = 0; active < 2; ++active) {
+        CanvasDocument doc(10, 10);
+        doc.addLayer();
+        fillLayer(doc, 0, QRect(0, 0, 10, 10), QColor(255, 0, 0));
+        fillLayer(doc, 1, QRect(0, 0, 5, 10), QColor(0, 0, 255, 200));
+        doc.setLayerOpacity(0, 0.5f);
+        doc.setLayerOpacity(1, 0.5f);
+        doc.setActiveLayer(active);
+        const QImage flat = doc.flatComposite();
+        QVERIFY(std::abs(qAlpha(flat.pixel(8, 5)) - 128) <= 1);
+        QCOMPARE(doc.layerImage(0).pixel(8, 5), qRgba(255, 0, 0, 255));
+        QCOMPARE(doc.layerImage(1).pixel(2, 5), qRgba(0, 0, 255, 200));
+        // 0.5 over 0.5: 0.5 + 0.5 * 200/255 * 0.5 of coverage.
+        QVERIFY(std::abs(qAlpha(flat.pixel(2, 5)) - 178) <= 2);
+    }
+}
+
+void TestComposite::switchingLayersRebuildsPartialsNotFlat()
+{
+    CanvasDocument doc(8, 8);
+    doc.addLayer();
+    doc.addLayer();
+    doc.flatComposite();
+    const QImage before = doc.flatComposite();
+
+    LogCapture log;
+    doc.setActiveLayer(0);
+    QVERIFY(doc.belowDirty());
+    QVERIFY(doc.aboveDirty());
+    QVERIFY(!doc.compositeDirty());
+    // What a repaint does: the partials first, then the (cached) flat image.
+    doc.rebuildPartials();
+    const QImage after = doc.flatComposite();
+    QCOMPARE(compositeLines(log), QStringList({"[PD] SplitBelow: rebuilt 0 layers in N ms",
+                                               "[PD] SplitAbove: rebuilt 2 layers in N ms"}));
+    QCOMPARE(after, before);
+
+    log.clear();
+    doc.activeImage().fill(Qt::green);
+    doc.markPainted();
+    doc.rebuildPartials();
+    doc.flatComposite();
+    QCOMPARE(compositeLines(log), QStringList({"[PD] FlatComposite: rebuilt (3-blit) in N ms"}));
+}
+
+void TestComposite::structuralChangesRebuildEverything()
+{
+    CanvasDocument doc(8, 8);
+    doc.addLayer();
+    doc.flatComposite();
+    LogCapture log;
+    doc.addLayer();
+    doc.flatComposite();
+    QCOMPARE(compositeLines(log), QStringList({"[PD] SplitBelow: rebuilt 2 layers in N ms",
+                                               "[PD] SplitAbove: rebuilt 0 layers in N ms",
+                                               "[PD] FlatComposite: rebuilt (3-blit) in N ms"}));
+    log.clear();
+    doc.setLayerVisible(0, false);
+    doc.flatComposite();
+    QCOMPARE(log.lines().size(), 3);
+}
+
+void TestComposite::undersizedLayerFromSingleLoad()
+{
+    CanvasDocument doc(8, 8);
+    QImage small(4, 4, QImage::Format_ARGB32);
+    small.fill(Qt::red);
+    doc.setStrokesAndImage({}, small);
+    const QImage flat = doc.flatComposite();
+    QCOMPARE(flat.size(), QSize(8, 8));
+    QCOMPARE(flat.pixel(1, 1), qRgba(255, 0, 0, 255));
+    QCOMPARE(qAlpha(flat.pixel(6, 6)), 0);
+}
+
+QTEST_MAIN(TestComposite)
+#include "tst_composite.moc"
