@@ -211,9 +211,11 @@ void TestCoopSource::wiggleOffShowsPlainPictureAgain()
     CoopCanvas &canvas = CoopCanvas::instance();
     canvas.onCanvasStateReceived(pattern(1920, 1080));
     CoopRef coop = createCoop("wiggle off");
+    // Only the test's own tick reaches a wiggle frame, not the host's.
     canvas.setJitterAmountPx(3.0f);
+    canvas.setJitterInterval(100000.0f);
     canvas.setJitterEnabled(true);
-    coop.tick(1.0f);
+    coop.tick(100001.0f);
     QVERIFY(coop.render() != pattern(1920, 1080));
     QVERIFY(coop.record()->showedWiggle);
 
