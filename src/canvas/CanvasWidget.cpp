@@ -1,6 +1,10 @@
 #include "canvas/CanvasWidget.h"
 
 #include "canvas/Thumbnail.h"
+#include "editor/Icons.h"
+#include "editor/TintedIcon.h"
+
+#include <QApplication>
 
 #include <algorithm>
 
@@ -13,6 +17,7 @@ CanvasWidget::CanvasWidget(int canvasWidth, int canvasHeight, QWidget *parent)
     setCursor(Qt::BlankCursor);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
 
+    m_toolCursorIcon = toolIcon(Icons::Brush);
     m_wiggleTimer.setInterval(50);
     connect(&m_wiggleTimer, &QTimer::timeout, this, &CanvasWidget::onJitterTick);
 
@@ -130,9 +135,27 @@ void CanvasWidget::redo()
     m_doc->redo();
 }
 
+QPixmap CanvasWidget::toolIcon(const QString &svg) const
+{
+    return tintedSvgPixmap(svg, palette().color(QPalette::ButtonText), QSize(16, 16));
+}
+
 void CanvasWidget::setTool(int tool)
 {
     m_tool = tool;
+    switch (Tool(tool)) {
+    case Tool::Brush:
+        m_toolCursorIcon = toolIcon(Icons::Brush);
+        break;
+    case Tool::Eraser:
+        m_toolCursorIcon = toolIcon(Icons::Eraser);
+        break;
+    case Tool::FillBucket:
+        m_toolCursorIcon = toolIcon(Icons::FillBucket);
+        break;
+    default: // the shapes tool keeps the icon it had
+        break;
+    }
     update();
 }
 

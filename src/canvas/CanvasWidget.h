@@ -63,6 +63,8 @@ public:
     void setShapeErase(bool erase) { m_shapeErase = erase; }
     void setFillTolerance(int tolerance) { m_fillTolerance = tolerance; }
     int tool() const { return m_tool; }
+    // The 16x16 icon drawn beside the pointer.
+    QPixmap toolCursorIcon() const { return m_toolCursorIcon; }
     QColor brushColor() const { return m_brushColor; }
     float brushSize() const { return m_brushSize; }
     int shapeType() const { return m_shapeType; }
@@ -131,6 +133,7 @@ protected:
     void leaveEvent(QEvent *event) override;
 
 private:
+    QPixmap toolIcon(const QString &svg) const;
     void dropWiggleFrame();
     void onSnapshotRestored();
     void clampPan();

@@ -1,6 +1,8 @@
 #include "SignalLog.h"
 
 #include "canvas/CanvasWidget.h"
+#include "editor/Icons.h"
+#include "editor/TintedIcon.h"
 
 #include <QtTest>
 
@@ -12,6 +14,7 @@ private slots:
     void forwardsDocumentSignalsInOrder();
     void wiggleToggleAndIntervalFloor();
     void previewOpacityClamped();
+    void toolCursorIconFollowsTool();
 };
 
 void TestCanvasWidget::construction()
@@ -68,6 +71,25 @@ void TestCanvasWidget::previewOpacityClamped()
     QCOMPARE(widget.previewOpacity(), 1.0f);
     widget.setPreviewOpacity(-1.0f);
     QCOMPARE(widget.previewOpacity(), 0.0f);
+}
+
+void TestCanvasWidget::toolCursorIconFollowsTool()
+{
+    CanvasWidget widget(16, 16);
+    const QColor ink = widget.palette().color(QPalette::ButtonText);
+    auto icon = [&](const QString &svg) {
+        return tintedSvgPixmap(svg, ink, QSize(16, 16)).toImage();
+    };
+    QCOMPARE(widget.toolCursorIcon().size(), QSize(16, 16));
+    QCOMPARE(widget.toolCursorIcon().toImage(), icon(Icons::Brush));
+    widget.setTool(int(Tool::Eraser));
+    QCOMPARE(widget.toolCursorIcon().toImage(), icon(Icons::Eraser));
+    widget.setTool(int(Tool::Shapes));
+    QCOMPARE(widget.toolCursorIcon().toImage(), icon(Icons::Eraser));
+    widget.setTool(int(Tool::FillBucket));
+    QCOMPARE(widget.toolCursorIcon().toImage(), icon(Icons::FillBucket));
+    QVERIFY(icon(Icons::FillBucket) != icon(Icons::Eraser));
+    QCOMPARE(widget.cursor().shape(), Qt::BlankCursor);
 }
 
 QTEST_MAIN(TestCanvasWidget)
