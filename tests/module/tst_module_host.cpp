@@ -93,6 +93,7 @@ private slots:
     void jitterIntervalHasFloor();
     void coopSourceIsTransparent();
     void wiggleShowsWarpedFramesUntilTurnedOff();
+    void wiggleFramesFollowTheInterval();
     void performanceLineFormat();
     void captureShowsSceneWithoutEditedCanvas();
     void captureOfEmptySceneIsTransparent();
@@ -361,6 +362,42 @@ void TestModuleHost::wiggleShowsWarpedFramesUntilTurnedOff()
 
     canvas.record()->setJitterEnabled(false);
     QCOMPARE(ObsHost::renderSource(canvas.source, 1920, 1080), drawing);
+}
+
+void TestModuleHost::wiggleFramesFollowTheInterval()
+{
+    SourceRef canvas = createCanvas("wiggle rate canvas");
+    const QImage drawing = pattern(1920, 1080);
+    canvas.record()->commit({}, drawing);
+    QCOMPARE(ObsHost::renderSource(canvas.source, 1920, 1080), drawing);
+    // An interval of 100 s: the host's own ticks (about 1 s each here) never
+    // make a frame due, only the large steps below do.
+    canvas.record()->setJitterAmount(4.0f);
+    canvas.record()->setJitterInterval(100.0f);
+    canvas.record()->setJitterEnabled(true);
+    void *data = canvas.record();
+    const auto tick = canvasSourceInfo().video_tick;
+
+    tick(data, 40.0f);
+    QCOMPARE(ObsHost::renderSource(canvas.source, 1920, 1080), drawing);
+    tick(data, 40.0f);
+    QCOMPARE(ObsHost::renderSource(canvas.source, 1920, 1080), drawing);
+    tick(data, 40.0f); // 120 s gathered: one frame is due
+    const QImage first = ObsHost::renderSource(canvas.source, 1920, 1080);
+    QVERIFY(first != drawing);
+    // The gathered time starts again: the next frame needs another 100 s.
+    tick(data, 60.0f);
+    QCOMPARE(ObsHost::renderSource(canvas.source, 1920, 1080), first);
+    tick(data, 45.0f);
+    QVERIFY(ObsHost::renderSource(canvas.source, 1920, 1080) != first);
+
+    // A live image between two frames shows at once (warped with the same
+    // field; a plain colour looks the same warped).
+    const QImage live = solid(1920, 1080, QColor(20, 40, 60));
+    canvas.record()->setLiveImage(live);
+    tick(data, 0.0f);
+    QCOMPARE(ObsHost::renderSource(canvas.source, 1920, 1080), live);
+    canvas.record()->setJitterEnabled(false);
 }
 
 void TestModuleHost::performanceLineFormat()
