@@ -5,6 +5,7 @@
 #include <QtTest>
 
 #include "ObsHost.h"
+#include "TestImages.h"
 
 #include "module/CanvasDirectory.h"
 #include "module/CanvasSource.h"
@@ -26,29 +27,6 @@ namespace {
 const char *const StartupLine =
     "[PD-Perf] Pennoria: Draw 0.9.2 Beta loaded \xE2\x80\x94 perf logging active (look for "
     "'[PD-Perf]' lines; emitted ~every 5s per active source)";
-
-QImage pattern(int w, int h)
-{
-    QImage image(w, h, QImage::Format_RGBA8888);
-    for (int y = 0; y < h; ++y) {
-        auto *line = reinterpret_cast<quint32 *>(image.scanLine(y));
-        for (int x = 0; x < w; ++x) {
-            const bool opaque = ((x / 7) + (y / 5)) % 3 != 0;
-            line[x] = opaque ? qToLittleEndian<quint32>(0xFF000000u | quint32(x % 256) |
-                                                        quint32(y % 256) << 8 |
-                                                        quint32((x + y) % 256) << 16)
-                             : 0u;
-        }
-    }
-    return image;
-}
-
-QImage solid(int w, int h, QColor color)
-{
-    QImage image(w, h, QImage::Format_RGBA8888);
-    image.fill(color);
-    return image;
-}
 
 // Hands the capture a real libobs scene as the "current scene".
 class SceneFrontend final : public FrontendApi {
