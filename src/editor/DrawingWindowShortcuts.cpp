@@ -23,7 +23,7 @@ QByteArray classNameOf(const QObject *object)
 bool DrawingWindow::eventFilter(QObject *watched, QEvent *event)
 {
     const QEvent::Type type = event->type();
-    if ((type == QEvent::ShortcutOverride || type == QEvent::KeyPress) && !m_coopMode) {
+    if ((type == QEvent::ShortcutOverride || type == QEvent::KeyPress) && !m_coopMode && m_canvas) {
         if (routeUndoShortcut(watched, event))
             return true;
     }

@@ -3,6 +3,7 @@
 #include "Screenshot.h"
 
 #include "canvas/CanvasWidget.h"
+#include "canvas/Stroke.h"
 #include "coop/CoopCanvas.h"
 #include "coop/CoopSession.h"
 #include "editor/ColorPickerWidget.h"
@@ -154,6 +155,7 @@ private slots:
     void usersPopupRowsAsClient();
     void usersPopupAlignsWithButton();
     void usersPopupFollowsLiveSession();
+    void coopWindowFollowsSession();
 
     void screenshotsOfPopups();
 
@@ -883,6 +885,50 @@ void TestDrawingWindow::usersPopupFollowsLiveSession()
     QCOMPARE(labelTexts(popup->rows()[1]).first(), QString("Anon"));
     other.stop();
     hosting.stop();
+}
+
+void TestDrawingWindow::coopWindowFollowsSession()
+{
+    constexpr quint16 Port = 42170;
+    CoopCanvas &shared = CoopCanvas::instance();
+    shared.clear();
+    const QSize size(shared.width(), shared.height());
+    QImage hostPicture(size, QImage::Format_RGBA8888);
+    hostPicture.fill(Qt::transparent);
+    for (int y = 0; y < 100; ++y)
+        for (int x = 0; x < 100; ++x)
+            hostPicture.setPixelColor(x, y, QColor(0, 128, 255));
+
+    CoopSession hostSession;
+    hostSession.setCanvasProvider([hostPicture] { return hostPicture; });
+    QVERIFY2(hostSession.host("Host", Port), qPrintable(hostSession.lastError()));
+    auto w = newWindow(true);
+    w->show();
+    CanvasWidget *canvas = w->canvas();
+
+    // Joining adopts the host's picture.
+    CoopSession::instance().join("127.0.0.1", "Me", Port);
+    QTRY_COMPARE_WITH_TIMEOUT(canvas->flatComposite().pixelColor(50, 50), QColor(0, 128, 255),
+                              10000);
+    QCOMPARE(canvas->flatComposite().pixelColor(500, 500), QColor(Qt::transparent));
+
+    // A stroke from the host lands on the canvas.
+    Stroke stroke;
+    stroke.points = {{400, 400}, {800, 400}};
+    stroke.color = QColor(200, 0, 0);
+    stroke.width = 30.0f;
+    hostSession.sendStroke(stroke);
+    QTRY_COMPARE_WITH_TIMEOUT(canvas->flatComposite().pixelColor(600, 400), QColor(200, 0, 0),
+                              10000);
+    QCOMPARE(shared.image().pixelColor(600, 400), QColor(200, 0, 0));
+
+    // A clear from the host wipes it.
+    hostSession.sendClear();
+    QTRY_COMPARE_WITH_TIMEOUT(canvas->flatComposite().pixelColor(600, 400), QColor(Qt::transparent),
+                              10000);
+    QCOMPARE(canvas->flatComposite().pixelColor(50, 50), QColor(Qt::transparent));
+    CoopSession::instance().stop();
+    hostSession.stop();
 }
 
 void TestDrawingWindow::screenshotsOfPopups()
