@@ -167,6 +167,8 @@ bool writeCanvasFiles(const CanvasSaveSnapshot &s)
         return [image](QIODevice *device) { return image.save(device, "PNG", -1); };
     };
     const QByteArray json = indexJson(s);
+    bool ok = true;
+    bool indexStaged = true;
     for (size_t i = 0; i < files.size(); ++i) {
         std::function<bool(QIODevice *)> write;
         if (i < size_t(n))
@@ -176,15 +178,23 @@ bool writeCanvasFiles(const CanvasSaveSnapshot &s)
         else
             write = png(s.flattened);
         QString error;
-        if (!stage(files[i], write, &error)) {
-            logLine(QStringLiteral("[PD] Canvas not saved: %1: %2; the previous files are kept")
+        if (stage(files[i], write, &error))
+            continue;
+        if (&files[i] == &index) {
+            // The pictures matter more than the index: save them without it.
+            logLine(QStringLiteral("[PD] Canvas save: %1 could not be written: %2; the layers and "
+                                   "the flattened image are saved without it")
                         .arg(nativePath(files[i].target), error));
-            return false; // the staged files are discarded with `files`
+            indexStaged = false;
+            ok = false;
+            continue;
         }
+        logLine(QStringLiteral("[PD] Canvas not saved: %1: %2; the previous files are kept")
+                    .arg(nativePath(files[i].target), error));
+        return false; // the staged files are discarded with `files`
     }
 
-    // Every file is written; from here on each rename replaces one file whole.
-    bool ok = true;
+    // Every picture is written; from here on each rename replaces one file whole.
     auto commit = [&ok](StagedFile &staged) {
         if (!staged.file->commit()) {
             ok = false;
@@ -207,7 +217,8 @@ bool writeCanvasFiles(const CanvasSaveSnapshot &s)
             break;
         }
     }
-    commit(index);
+    if (indexStaged)
+        commit(index);
     commit(flat);
 
     if (ok && s.sequence != 0)

@@ -48,6 +48,8 @@ QMutex &canvasFileMutex();
 // list, then writes the index and the flattened PNG. Every file is first
 // written next to its target and renamed into place only once all of them
 // were written, so a failed or interrupted save leaves the previous canvas.
+// An index that cannot be written does not hold the pictures back: the layers
+// and the flattened PNG still replace theirs and the old index stays.
 // Returns false (and logs why) when nothing or not everything was written;
 // a superseded snapshot counts as written.
 bool writeCanvasFiles(const CanvasSaveSnapshot &snapshot);

@@ -104,6 +104,19 @@ void CanvasSourceData::setLiveImage(const QImage &image)
     QMutexLocker lock(&m_mutex);
     m_liveImage = converted;
     m_livePending = true;
+    ++m_liveImageCount;
+}
+
+int CanvasSourceData::liveImageCount() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_liveImageCount;
+}
+
+int CanvasSourceData::commitCount() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_commitCount;
 }
 
 void CanvasSourceData::commit(const QVector<Stroke> &strokes, const QImage &image)
@@ -116,6 +129,7 @@ void CanvasSourceData::commit(const QVector<Stroke> &strokes, const QImage &imag
     m_liveImage = QImage();
     m_canvasDirty = true;
     m_livePending = false;
+    ++m_commitCount;
 }
 
 void CanvasSourceData::setJitterEnabled(bool on)

@@ -53,6 +53,10 @@ public:
     // The canvas file this source shows, "" when the source has no key.
     QString flattenedImagePath() const;
 
+    // How many live images and commits the editor has handed over so far.
+    int liveImageCount() const;
+    int commitCount() const;
+
     // For tests and the performance summary: counters of the current window.
     PerfWindow perfSnapshot() const;
     void setPerfWindowStart(int64_t ns);
@@ -81,6 +85,8 @@ private:
     float m_jitterElapsed = 0.0f;
     float m_jitterInterval = 1.0f / 6.0f;
     bool m_renderSuppressed = false;
+    int m_liveImageCount = 0;
+    int m_commitCount = 0;
 
     // Touched only on the graphics thread.
     WiggleGrid m_grid;

@@ -130,6 +130,7 @@ private slots:
     void canvasKeyChoice();
     void emptyKeyNeverWrites();
     void failedSaveKeepsPreviousCanvas();
+    void unwritableIndexStillSavesPictures();
     void unwritableFolderIsLogged();
     void olderSnapshotNeverOverwritesNewer();
     void snapshotSharesPixels();
@@ -514,6 +515,41 @@ void TestCanvasFiles::failedSaveKeepsPreviousCanvas()
     QCOMPARE(names(loaded), QStringList({"Layer 1", "Before"}));
     QCOMPARE(loaded.layerImage(0), pattern(10));
     QCOMPARE(loaded.layerImage(1), pattern(20));
+}
+
+void TestCanvasFiles::unwritableIndexStillSavesPictures()
+{
+    const QString dir = freshDir();
+    CanvasDocument before(W, H);
+    before.addLayer();
+    before.addLayer();
+    QVERIFY(writeCanvasFiles(takeCanvasSnapshot(dir, before, pattern(1))));
+
+    // A folder squats on the index's name, so the index cannot be written.
+    QVERIFY(QFile::remove(dir + "/canvas_layers.json"));
+    QVERIFY(QDir().mkpath(dir + "/canvas_layers.json"));
+    CanvasDocument after(W, H);
+    after.addLayer();
+    paint(after, 0, pattern(10));
+    paint(after, 1, pattern(20));
+    QVERIFY(!writeCanvasFiles(takeCanvasSnapshot(dir, after, pattern(30))));
+
+    QCOMPARE(readPng(dir + "/canvas.png"), pattern(30));
+    QCOMPARE(readPng(dir + "/canvas_layer_0.png"), pattern(10));
+    QCOMPARE(readPng(dir + "/canvas_layer_1.png"), pattern(20));
+    QVERIFY(!QFileInfo::exists(dir + "/canvas_layer_2.png"));
+    QVERIFY(QFileInfo(dir + "/canvas_layers.json").isDir());
+    QCOMPARE(LogCapture::matching("[PD] Canvas save: "),
+             QStringList(QString("[PD] Canvas save: %1 could not be written: %2; the layers and "
+                                 "the flattened image are saved without it")
+                             .arg(QDir::toNativeSeparators(dir + "/canvas_layers.json"),
+                                  "Filename refers to a directory")));
+    QVERIFY(LogCapture::matching("[PD] Canvas not saved: ").isEmpty());
+
+    // Without a readable index the editor opens the flattened picture.
+    CanvasDocument loaded(W, H);
+    QCOMPARE(loadCanvasAtStart(dir, loaded), CanvasLoad::Flattened);
+    QCOMPARE(loaded.layerImage(0), pattern(30));
 }
 
 void TestCanvasFiles::unwritableFolderIsLogged()
