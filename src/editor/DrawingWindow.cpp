@@ -141,13 +141,33 @@ void DrawingWindow::resizeEvent(QResizeEvent *event)
         positionPopup(m_layersPopup, m_layersButton);
 }
 
-void DrawingWindow::closeEvent(QCloseEvent *event)
+void DrawingWindow::finishEditing()
 {
+    if (m_editingFinished)
+        return;
+    m_editingFinished = true;
     saveEditorSettings(collectEditorSettings());
     m_saveTimer->stop();
     if (!m_coopMode && !m_closingForRemovedSource)
         saveCanvasNow();
+}
+
+void DrawingWindow::closeEvent(QCloseEvent *event)
+{
+    finishEditing();
     QDialog::closeEvent(event);
+}
+
+void DrawingWindow::done(int result)
+{
+    finishEditing();
+    QDialog::done(result);
+}
+
+void DrawingWindow::showEvent(QShowEvent *event)
+{
+    m_editingFinished = false;
+    QDialog::showEvent(event);
 }
 
 bool DrawingWindow::nativeEvent(const QByteArray &eventType, void *message, qintptr *result)

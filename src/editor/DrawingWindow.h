@@ -128,8 +128,18 @@ protected:
     bool nativeEvent(const QByteArray &eventType, void *message, qintptr *result) override;
     void resizeEvent(QResizeEvent *event) override;
     void closeEvent(QCloseEvent *event) override;
+    void showEvent(QShowEvent *event) override;
+
+public slots:
+    // Escape and reject() end the dialog without a close event; the drawing
+    // and the settings are kept on that road too.
+    void done(int result) override;
 
 private:
+    // Keeps the settings and, for a local canvas that still has its source,
+    // writes the files now. Runs once per time the window is shown.
+    void finishEditing();
+
     // Construction (DrawingWindowControls.cpp, DrawingWindowPopups.cpp).
     QWidget *buildControlRow();
     QFrame *buildToolBox();
@@ -180,6 +190,7 @@ private:
 
     std::unique_ptr<EditorSource> m_source;
     bool m_closingForRemovedSource = false;
+    bool m_editingFinished = false;
     QString m_canvasKey;
     CanvasWidget *m_canvas = nullptr;
     QColor m_color = Qt::black;

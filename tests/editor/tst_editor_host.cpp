@@ -92,6 +92,7 @@ private slots:
     void strokeCommitsAtOnceAndSavesLater();
     void laterChangeRestartsSaveDelay();
     void closeWritesFilesAtOnce();
+    void escapeWritesFilesAtOnce();
     void removedSourceClosesWithoutWriting();
     void wiggleControlsReachSource();
     void clearCommitsEmptyCanvas();
@@ -248,6 +249,23 @@ void TestEditorHost::closeWritesFilesAtOnce()
     QVERIFY(window->saveTimer()->isActive());
 
     window->close();
+    QVERIFY(!window->saveTimer()->isActive());
+    QCOMPARE(QImage(dir + "/canvas.png").convertToFormat(QImage::Format_RGBA8888), drawn);
+}
+
+void TestEditorHost::escapeWritesFilesAtOnce()
+{
+    CanvasRef canvas = createCanvas("escaped");
+    auto window = openEditor(canvas);
+    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+    const QString dir = canvas.directory();
+    strokeAcross(window->canvas());
+    const QImage drawn = window->canvas()->flatComposite();
+    QVERIFY(window->saveTimer()->isActive());
+
+    // A dialog ends on Escape without a close event.
+    QTest::keyClick(window.get(), Qt::Key_Escape);
+    QVERIFY(!window->isVisible());
     QVERIFY(!window->saveTimer()->isActive());
     QCOMPARE(QImage(dir + "/canvas.png").convertToFormat(QImage::Format_RGBA8888), drawn);
 }
