@@ -25,6 +25,8 @@
 #include "dock/PluginDock.h"
 #include "dock/SetupDialog.h"
 #include "editor/DrawingWindow.h"
+#include "editor/Icons.h"
+#include "editor/TintedIcon.h"
 #include "module/FrontendApi.h"
 #include "module/ObsDockHost.h"
 #include "module/ObsEditorSource.h"
@@ -126,6 +128,17 @@ QList<DrawingWindow *> openEditors()
         if (auto *window = qobject_cast<DrawingWindow *>(widget); window && window->isVisible())
             windows << window;
     return windows;
+}
+
+// Whether the button shows the people icon drawn in that colour.
+bool showsPeopleIn(QPushButton *button, const QColor &color)
+{
+    const QImage shown =
+        button->icon().pixmap(QSize(18, 18)).toImage().convertToFormat(QImage::Format_ARGB32);
+    const QImage expected = tintedSvgPixmap(Icons::People, color, QSize(18, 18))
+                                .toImage()
+                                .convertToFormat(QImage::Format_ARGB32);
+    return shown == expected;
 }
 
 QSettings coopSettings()
@@ -245,6 +258,7 @@ void TestDock::buildsWithIdleButtons()
     QCOMPARE(coopButton()->iconSize(), QSize(18, 18));
     QCOMPARE(coopButton()->toolTip(), IdleTip);
     QCOMPARE(coopButton()->styleSheet(), QString());
+    QVERIFY(showsPeopleIn(coopButton(), coopButton()->palette().color(QPalette::ButtonText)));
     QVERIFY(saveScreenshot(m_dock, "dock-idle"));
 }
 
@@ -549,6 +563,7 @@ void TestDock::hostWithEmptyNicknameIsAnon()
     QCOMPARE(coopButton()->toolTip(),
              QString::fromUtf8("Hosting co-op on port 42069 \xE2\x80\x94 click to stop"));
     QCOMPARE(coopButton()->styleSheet(), GreenStyle);
+    QVERIFY(showsPeopleIn(coopButton(), Qt::white));
     QVERIFY(saveScreenshot(m_dock, "dock-hosting"));
 
     // Hosting with a co-op canvas in the scene: the chooser leads with it.
@@ -644,6 +659,7 @@ void TestDock::clickWhileConnectingLeaves()
     // Let the connection come up at the socket level; still no welcome.
     QTRY_VERIFY(silentHost.hasPendingConnections());
     QCOMPARE(coopButton()->styleSheet(), AmberStyle);
+    QVERIFY(showsPeopleIn(coopButton(), Qt::white));
     QVERIFY(saveScreenshot(m_dock, "dock-connecting"));
 
     QString question;
@@ -659,6 +675,7 @@ void TestDock::clickWhileConnectingLeaves()
     QCOMPARE(session.role(), CoopSession::Role::None);
     QCOMPARE(coopButton()->toolTip(), IdleTip);
     QCOMPARE(coopButton()->styleSheet(), QString());
+    QVERIFY(showsPeopleIn(coopButton(), coopButton()->palette().color(QPalette::ButtonText)));
     QTest::qWait(200);
     QCOMPARE(leave.unexpected(), 0);
 }
@@ -667,9 +684,9 @@ void TestDock::welcomedClientShowsConnected()
 {
     addSource(m_scene, "pennoria_coop_canvas", "Co-op");
     CoopSession hostSession;
-    QVERIFY2(QTest::qWaitFor([&] { return hostSession.host(QStringLiteral("Host"), CoopPort); },
-                             60000),
-             "port 42069 stayed busy");
+    QVERIFY2(
+        QTest::qWaitFor([&] { return hostSession.host(QStringLiteral("Host"), CoopPort); }, 60000),
+        "port 42069 stayed busy");
 
     ModalScript script({
         [](QWidget *modal) {
@@ -688,6 +705,7 @@ void TestDock::welcomedClientShowsConnected()
     QCOMPARE(coopButton()->toolTip(),
              QString::fromUtf8("Connected to a co-op session \xE2\x80\x94 click to leave"));
     QCOMPARE(coopButton()->styleSheet(), GreenStyle);
+    QVERIFY(showsPeopleIn(coopButton(), Qt::white));
     QVERIFY(saveScreenshot(m_dock, "dock-connected"));
 
     // Co-op available and no local canvas: Draw opens the co-op editor.
