@@ -61,6 +61,8 @@ public:
     QString nickname() const { return m_nick; }
     int ownId() const { return m_myId; }
     QString lastError() const { return m_lastError; }
+    // A client counts as connected only once the host has welcomed it.
+    bool isWelcomed() const { return m_welcomed; }
     QList<CoopUser> users() const { return m_users; }
     void setCanvasProvider(CanvasProvider provider) { m_canvasProvider = std::move(provider); }
 

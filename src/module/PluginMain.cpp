@@ -1,14 +1,26 @@
 #include "coop/CoopSource.h"
+#include "dock/DockPlacement.h"
+#include "dock/PluginDock.h"
 #include "module/CanvasSource.h"
+#include "module/FrontendApi.h"
 #include "module/Log.h"
+#include "module/ObsDockHost.h"
 #include "module/Version.h"
+#include "update/UpdateChecker.h"
 
+#include <QDockWidget>
+#include <QMainWindow>
+
+#include <obs-frontend-api.h>
 #include <obs-module.h>
 
 OBS_DECLARE_MODULE()
 OBS_MODULE_USE_DEFAULT_LOCALE("obs-pennoria-draw", "en-US")
 
 namespace {
+
+const char DockId[] = "pennoria-draw-dock";
+const char DockTitle[] = "Pennoria: Draw";
 
 void hostLogSink(const char *line)
 {
@@ -35,7 +47,21 @@ bool obs_module_load(void)
 }
 
 void obs_module_post_load(void)
-{}
+{
+    QMainWindow *mainWindow = FrontendApi::instance().mainWindow();
+    if (!mainWindow)
+        return;
+    auto *dock = new PluginDock(std::make_unique<ObsDockHost>(), new UpdateChecker, mainWindow);
+#if LIBOBS_API_MAJOR_VER >= 30
+    obs_frontend_add_dock_by_id(DockId, DockTitle, dock);
+#else
+    auto *frame = new QDockWidget(QString::fromUtf8(DockTitle), mainWindow);
+    frame->setObjectName(QString::fromUtf8(DockId));
+    frame->setWidget(dock);
+    obs_frontend_add_dock(frame);
+#endif
+    placeDockFrame(mainWindow, DockId);
+}
 
 void obs_module_unload(void)
 {}
