@@ -17,11 +17,13 @@
 #include <QLabel>
 #include <QPainter>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QSettings>
 #include <QShortcut>
 #include <QSlider>
 #include <QSpinBox>
 #include <QTemporaryDir>
+#include <QThread>
 #include <QToolButton>
 #include <QtTest>
 
@@ -111,6 +113,25 @@ QString undoLine(const char *kind, const char *key, int active, const char *acti
                              kind, key, active, activeWin, focus.constData(), focus.constData());
 }
 
+// A source whose hand-off of the live image takes longer than the editor's
+// budget, as a busy graphics thread can make it.
+class SlowSource final : public EditorSource {
+public:
+    int liveImages = 0;
+    QSize canvasSize() const override { return QSize(640, 360); }
+    QString canvasKey() const override { return QString(); }
+    void commit(const QVector<Stroke> &, const QImage &) override {}
+    void setLiveImage(const QImage &) override
+    {
+        ++liveImages;
+        QThread::msleep(12);
+    }
+    void setJitterEnabled(bool) override {}
+    void setJitterAmount(float) override {}
+    void setJitterInterval(float) override {}
+    QImage captureScene() override { return QImage(); }
+    void setRemovedCallback(std::function<void()>) override {}
+};
 } // namespace
 
 class TestDrawingWindow : public QObject {
@@ -157,6 +178,7 @@ private slots:
     void usersPopupFollowsLiveSession();
     void coopWindowFollowsSession();
 
+    void slowHandOffIsLogged();
     void screenshotsOfPopups();
 
 private:
@@ -180,6 +202,31 @@ void TestDrawingWindow::init()
 void TestDrawingWindow::cleanup()
 {
     CoopCanvas::instance().clear();
+}
+
+void TestDrawingWindow::slowHandOffIsLogged()
+{
+    auto source = std::make_unique<SlowSource>();
+    SlowSource *slow = source.get();
+    DrawingWindow window(std::move(source), nullptr, false);
+    window.resize(900, 600);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QWidget *canvas = window.canvas();
+    QTest::qWait(40); // past the shared throttle of any earlier window
+    LogCapture::clear();
+    press(canvas, QPointF(100, 100));
+    moveTo(canvas, QPointF(160, 120));
+    release(canvas, QPointF(160, 120));
+
+    QCOMPARE(slow->liveImages, 1);
+    const QStringList lines = LogCapture::matching("[PD] onDrawingUpdated:");
+    QCOMPARE(lines.size(), 1);
+    static const QRegularExpression format(
+        QStringLiteral("^\\[PD\\] onDrawingUpdated: composite \\d+ ms \\| upload (\\d+) ms$"));
+    const QRegularExpressionMatch match = format.match(lines.first());
+    QVERIFY2(match.hasMatch(), qPrintable(lines.first()));
+    QVERIFY(match.captured(1).toInt() >= 12);
 }
 
 void TestDrawingWindow::titleAndControlRow()
