@@ -10,11 +10,33 @@ std::map<std::string, BenchSummary::Target> &targets()
     return map;
 }
 
+std::map<std::string, std::string> &notes()
+{
+    static std::map<std::string, std::string> map;
+    return map;
+}
+
+std::vector<std::string> &lines()
+{
+    static std::vector<std::string> list;
+    return list;
+}
+
 } // namespace
 
 void BenchSummary::setTarget(const std::string &caseName, Target target)
 {
     targets()[caseName] = target;
+}
+
+void BenchSummary::addNote(const std::string &caseName, const std::string &note)
+{
+    notes()[caseName] = note;
+}
+
+void BenchSummary::addLine(const std::string &line)
+{
+    lines().push_back(line);
 }
 
 void BenchSummary::ReportRuns(const std::vector<Run> &runs)
@@ -64,6 +86,11 @@ void BenchSummary::Finalize()
                 std::printf(" >= %.0fx", target.minRatio);
             std::printf(": %s]", timeOk && ratioOk ? "met" : "NOT MET");
         }
+        if (notes().count(caseName))
+            std::printf(" (%s)", notes()[caseName].c_str());
         std::printf("\n");
     }
+    for (const std::string &line : lines())
+        std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
 }

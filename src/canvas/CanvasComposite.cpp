@@ -1,9 +1,103 @@
+// <execution> pulls in TBB, whose headers must come before Qt's "emit" macro.
+#include <execution>
+
 #include "canvas/CanvasDocument.h"
 
 #include "module/Log.h"
 
 #include <QElapsedTimer>
 #include <QPainter>
+
+#include <algorithm>
+#include <numeric>
+#include <vector>
+
+namespace {
+
+constexpr int TileSize = 64;
+
+// What one SourceOver blit of a transparent pixel does to an RGBA8888 pixel
+// (and what a blit onto a transparent pixel stores): the value goes to
+// premultiplied form and back, which at low alpha is not the identity. Per
+// channel it depends only on the alpha, so it is read off QPainter itself once,
+// from a 256 x 256 image of every (value, alpha) pair.
+class StoreRoundTrip {
+public:
+    StoreRoundTrip()
+    {
+        QImage pairs(256, 256, QImage::Format_RGBA8888);
+        for (int a = 0; a < 256; ++a) {
+            auto *line = reinterpret_cast<quint32 *>(pairs.scanLine(a));
+            for (int c = 0; c < 256; ++c)
+                line[c] = quint32(a) << 24 | quint32(c) * 0x010101u;
+        }
+        QImage stored(256, 256, QImage::Format_RGBA8888);
+        stored.fill(Qt::transparent);
+        QPainter painter(&stored);
+        painter.drawImage(0, 0, pairs);
+        painter.end();
+        for (int a = 0; a < 256; ++a) {
+            const auto *line = reinterpret_cast<const quint32 *>(stored.constScanLine(a));
+            for (int c = 0; c < 256; ++c)
+                m_table[a][c] = uchar(line[c] & 0xff);
+        }
+    }
+
+    quint32 operator()(quint32 p) const
+    {
+        const quint32 a = p >> 24;
+        if (a == 0)
+            return 0;
+        if (a == 255)
+            return p;
+        const uchar *t = m_table[a];
+        return a << 24 | quint32(t[(p >> 16) & 0xff]) << 16 | quint32(t[(p >> 8) & 0xff]) << 8 |
+               quint32(t[p & 0xff]);
+    }
+
+private:
+    uchar m_table[256][256];
+};
+
+const StoreRoundTrip &storeRoundTrip()
+{
+    static const StoreRoundTrip table;
+    return table;
+}
+
+// The flat composite's blits at one pixel, each SourceOver onto the result of
+// the one before (starting from transparent), where no blending arithmetic is
+// involved: a transparent source leaves the pixel round-tripped, an opaque
+// source at full opacity replaces it, and a source drawn at full opacity onto
+// a transparent pixel is stored round-tripped. A null source pointer means
+// that blit does not happen. Returns false where QPainter's arithmetic is
+// needed.
+inline bool composeWithoutBlending(const quint32 *below, const quint32 *active, bool fullOpacity,
+                                   const quint32 *above, const StoreRoundTrip &roundTrip,
+                                   quint32 &out)
+{
+    quint32 d = 0;
+    for (int step = 0; step < 3; ++step) {
+        const quint32 *source = step == 0 ? below : step == 1 ? active : above;
+        if (!source)
+            continue;
+        const quint32 s = *source;
+        const quint32 alpha = s >> 24;
+        const bool full = step != 1 || fullOpacity;
+        if (alpha == 0)
+            d = roundTrip(d);
+        else if (alpha == 255 && full)
+            d = s;
+        else if (d == 0 && full)
+            d = roundTrip(s);
+        else
+            return false;
+    }
+    out = d;
+    return true;
+}
+
+} // namespace
 
 QImage CanvasDocument::compositeRange(int first, int last) const
 {
@@ -41,6 +135,118 @@ void CanvasDocument::rebuildPartials()
     }
 }
 
+// The flat composite by bands of rows on the parallel pool. Pixels that need
+// no blending arithmetic are composed directly; runs of tiles holding any
+// other pixel start from the below image as its blit onto transparent stores
+// it and get the remaining blits from QPainter, on images that wrap the band
+// in place, exactly as the full-image blits would draw them. Null images are
+// not drawn.
+QImage CanvasDocument::composeFlat(const QImage &below, const QImage &active, float opacity,
+                                   const QImage &above) const
+{
+    QImage out(m_width, m_height, QImage::Format_RGBA8888);
+    const QSize size = out.size();
+    auto usable = [size](const QImage &image) {
+        return image.isNull() ||
+               (image.format() == QImage::Format_RGBA8888 && image.size() == size);
+    };
+    if (!usable(below) || !usable(active) || !usable(above)) {
+        // A layer of another size or format (a drawing loaded at another size).
+        out.fill(Qt::transparent);
+        QPainter painter(&out);
+        painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+        if (!below.isNull())
+            painter.drawImage(0, 0, below);
+        if (!active.isNull()) {
+            painter.setOpacity(opacity);
+            painter.drawImage(0, 0, active);
+            painter.setOpacity(1.0);
+        }
+        if (!above.isNull())
+            painter.drawImage(0, 0, above);
+        return out;
+    }
+
+    const StoreRoundTrip &roundTrip = storeRoundTrip();
+    const bool fullOpacity = opacity == 1.0f;
+    const int tilesX = (m_width + TileSize - 1) / TileSize;
+    std::vector<int> bands(size_t((m_height + TileSize - 1) / TileSize));
+    std::iota(bands.begin(), bands.end(), 0);
+    const qsizetype stride = out.bytesPerLine();
+    uchar *outBits = out.bits();
+    auto line = [](const QImage &image, int y) {
+        return image.isNull() ? nullptr : reinterpret_cast<const quint32 *>(image.constScanLine(y));
+    };
+    // The band's rows of an image, wrapped without a copy.
+    auto bandOf = [](const QImage &image, int y0, int rows) {
+        return image.isNull() ? QImage()
+                              : QImage(image.constScanLine(y0), image.width(), rows,
+                                       image.bytesPerLine(), QImage::Format_RGBA8888);
+    };
+
+    std::for_each(std::execution::par, bands.begin(), bands.end(), [&](int band) {
+        const int y0 = band * TileSize;
+        const int y1 = std::min(y0 + TileSize, m_height);
+        std::vector<char> blended(size_t(tilesX), 0);
+        bool any = false;
+        for (int tile = 0; tile < tilesX; ++tile) {
+            const int x0 = tile * TileSize;
+            const int x1 = std::min(x0 + TileSize, m_width);
+            for (int y = y0; y < y1 && !blended[size_t(tile)]; ++y) {
+                const quint32 *b = line(below, y);
+                const quint32 *a = line(active, y);
+                const quint32 *u = line(above, y);
+                auto *o = reinterpret_cast<quint32 *>(outBits + y * stride);
+                for (int x = x0; x < x1; ++x) {
+                    if (!composeWithoutBlending(b ? b + x : nullptr, a ? a + x : nullptr,
+                                                fullOpacity, u ? u + x : nullptr, roundTrip,
+                                                o[x])) {
+                        blended[size_t(tile)] = 1;
+                        any = true;
+                        break;
+                    }
+                }
+            }
+        }
+        if (!any)
+            return;
+
+        const int rows = y1 - y0;
+        QImage target(outBits + y0 * stride, m_width, rows, stride, QImage::Format_RGBA8888);
+        const QImage activeBand = bandOf(active, y0, rows);
+        const QImage aboveBand = bandOf(above, y0, rows);
+        QPainter painter(&target);
+        painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+        for (int tile = 0; tile < tilesX;) {
+            if (!blended[size_t(tile)]) {
+                ++tile;
+                continue;
+            }
+            int end = tile;
+            while (end < tilesX && blended[size_t(end)])
+                ++end;
+            const int x0 = tile * TileSize;
+            const int x1 = std::min(end * TileSize, m_width);
+            for (int y = y0; y < y1; ++y) {
+                const quint32 *b = line(below, y);
+                auto *o = reinterpret_cast<quint32 *>(outBits + y * stride);
+                for (int x = x0; x < x1; ++x)
+                    o[x] = b ? roundTrip(b[x]) : 0u;
+            }
+            const QRect rect(x0, 0, x1 - x0, rows);
+            if (!activeBand.isNull()) {
+                painter.setOpacity(opacity);
+                painter.drawImage(rect.topLeft(), activeBand, rect);
+                painter.setOpacity(1.0);
+            }
+            if (!aboveBand.isNull())
+                painter.drawImage(rect.topLeft(), aboveBand, rect);
+            tile = end;
+        }
+    });
+    return out;
+}
+
 QImage CanvasDocument::flatComposite()
 {
     if (!m_compositeDirty && !m_flatImage.isNull())
@@ -49,20 +255,10 @@ QImage CanvasDocument::flatComposite()
     timer.start();
     rebuildPartials();
 
-    QImage out = blankImage();
-    QPainter painter(&out);
-    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
-    if (!m_belowImage.isNull())
-        painter.drawImage(0, 0, m_belowImage);
-    if (isValidIndex(m_active) && m_layers[m_active].visible) {
-        painter.setOpacity(m_layers[m_active].opacity);
-        painter.drawImage(0, 0, m_layers[m_active].image);
-        painter.setOpacity(1.0);
-    }
-    if (!m_aboveImage.isNull())
-        painter.drawImage(0, 0, m_aboveImage);
-    painter.end();
-
+    const bool activeShown = isValidIndex(m_active) && m_layers[m_active].visible;
+    const QImage active = activeShown ? m_layers[m_active].image : QImage();
+    const float opacity = activeShown ? m_layers[m_active].opacity : 1.0f;
+    QImage out = composeFlat(m_belowImage, active, opacity, m_aboveImage);
     m_flatImage = out;
     m_compositeDirty = false;
     pdLog("[PD] FlatComposite: rebuilt (3-blit) in %lld ms",

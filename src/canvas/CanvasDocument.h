@@ -108,6 +108,8 @@ private:
     CanvasLayer newLayer(const QString &name) const;
     QImage normalised(const QImage &image) const;
     QImage compositeRange(int first, int last) const;
+    QImage composeFlat(const QImage &below, const QImage &active, float opacity,
+                       const QImage &above) const;
 
     int m_width;
     int m_height;
