@@ -56,6 +56,14 @@ void makeWiggleGrid(WiggleGrid &grid, int imageWidth, int imageHeight, float amo
     }
 }
 
+// The row kernels are also built for AVX2 where the toolchain can pick the
+// variant at load time.
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && defined(__linux__)
+#define PD_ROW_KERNEL __attribute__((target_clones("avx2", "default")))
+#else
+#define PD_ROW_KERNEL
+#endif
+
 namespace {
 
 constexpr int Cell = WiggleGrid::CellSize;
@@ -133,25 +141,45 @@ void spreadRow(std::vector<int16_t> &out, const std::vector<float> &offsets, int
     }
 }
 
-// round(N / 576) with halves away from zero, for |N| <= 576 * 40, by a
-// multiply and shift (exact below 2^15). tie is set for the exact halves,
-// whose single-precision value may fall on either side.
-inline int16_t roundBlend(int n, uint8_t &tie)
+// One row of the integer path, in 16-bit lanes for the vectoriser: every
+// pixel's source column and row, and a flag per pixel (bit 0 for x, bit 1 for
+// y) where the blend is an exact half, whose single-precision value may fall
+// on either side. N = 576 times the blend, |N| <= 576 * 40; round(N / 576)
+// with halves away from zero is a multiply-high and a shift (exact below
+// 2^15). Returns whether any flag is set.
+PD_ROW_KERNEL int rowSources(const int16_t *__restrict topX, const int16_t *__restrict bottomX,
+                             const int16_t *__restrict topY, const int16_t *__restrict bottomY,
+                             int wt, int b, int y, int w, int h, int16_t *__restrict sourceX,
+                             int16_t *__restrict sourceY, int16_t *__restrict ties)
 {
-    const unsigned magnitude = unsigned(n < 0 ? -n : n) + unsigned(CellArea / 2);
-    const unsigned whole = (magnitude * 7282u) >> 22;
-    tie = uint8_t(whole * unsigned(CellArea) == magnitude);
-    return int16_t(n < 0 ? -int(whole) : int(whole));
+    const int16_t wt16 = int16_t(wt), b16 = int16_t(b), y16 = int16_t(y);
+    const int16_t lastX = int16_t(w - 1), lastY = int16_t(h - 1);
+    int16_t any = 0;
+    for (int x = 0; x < w; ++x) {
+        const int16_t nx = int16_t(wt16 * topX[x] + b16 * bottomX[x]);
+        const int16_t ny = int16_t(wt16 * topY[x] + b16 * bottomY[x]);
+        const uint16_t mx = uint16_t((nx < 0 ? -nx : nx) + CellArea / 2);
+        const uint16_t my = uint16_t((ny < 0 ? -ny : ny) + CellArea / 2);
+        const uint16_t qx = uint16_t(uint16_t((uint32_t(mx) * 7282u) >> 16) >> 6);
+        const uint16_t qy = uint16_t(uint16_t((uint32_t(my) * 7282u) >> 16) >> 6);
+        const int16_t tie =
+            int16_t((uint16_t(qx * CellArea) == mx) | (uint16_t(qy * CellArea) == my) << 1);
+        const int16_t sx = int16_t(x + (nx < 0 ? -qx : qx));
+        const int16_t sy = int16_t(y16 + (ny < 0 ? -qy : qy));
+        sourceX[x] = sx < 0 ? int16_t(0) : sx > lastX ? lastX : sx;
+        sourceY[x] = sy < 0 ? int16_t(0) : sy > lastY ? lastY : sy;
+        ties[x] = tie;
+        any |= tie;
+    }
+    return any;
 }
 
-void gatherRow(const uchar *srcBits, qsizetype srcStride, int w, int h, int y, const int16_t *dx,
-               const int16_t *dy, quint32 *dst)
+PD_ROW_KERNEL void gatherRow(const quint32 *__restrict src, int strideWords,
+                             const int16_t *__restrict sourceX, const int16_t *__restrict sourceY,
+                             int w, quint32 *__restrict dst)
 {
-    for (int x = 0; x < w; ++x) {
-        const int sx = std::clamp(x + dx[x], 0, w - 1);
-        const int sy = std::clamp(y + dy[x], 0, h - 1);
-        dst[x] = reinterpret_cast<const quint32 *>(srcBits + sy * srcStride)[sx];
-    }
+    for (int x = 0; x < w; ++x)
+        dst[x] = src[int(sourceY[x]) * strideWords + int(sourceX[x])];
 }
 
 } // namespace
@@ -182,7 +210,9 @@ QImage warpImage(const QImage &input, const WiggleGrid &grid)
     uchar *outBits = out.bits();
     const qsizetype outStride = out.bytesPerLine();
 
-    if (integerBlendIsExact(grid, w, h)) {
+    // Source columns and rows travel in 16-bit lanes.
+    if (integerBlendIsExact(grid, w, h) && w < 32768 && h < 32768 &&
+        qint64(srcStride / 4) * h < (qint64(1) << 31)) {
         std::vector<int16_t> spreadX(size_t(gh) * size_t(w)), spreadY(spreadX.size());
         std::vector<int> gridRows(static_cast<size_t>(gh));
         std::iota(gridRows.begin(), gridRows.end(), 0);
@@ -192,43 +222,37 @@ QImage warpImage(const QImage &input, const WiggleGrid &grid)
         });
 
         std::for_each(std::execution::par, rowIndices.begin(), rowIndices.end(), [&](int y) {
-            thread_local std::vector<int16_t> dx, dy;
-            thread_local std::vector<uint8_t> tieX, tieY;
-            dx.resize(size_t(w));
-            dy.resize(size_t(w));
-            tieX.resize(size_t(w) + 8);
-            tieY.resize(size_t(w) + 8);
+            thread_local std::vector<int16_t> sourceX, sourceY, ties;
+            sourceX.resize(size_t(w));
+            sourceY.resize(size_t(w));
+            ties.resize(size_t(w) + 4);
             const int b = rows.phase[size_t(y)];
-            const int wt = Cell - b;
-            const int16_t *topX = spreadX.data() + size_t(rows.first[size_t(y)]) * size_t(w);
-            const int16_t *bottomX = spreadX.data() + size_t(rows.second[size_t(y)]) * size_t(w);
-            const int16_t *topY = spreadY.data() + size_t(rows.first[size_t(y)]) * size_t(w);
-            const int16_t *bottomY = spreadY.data() + size_t(rows.second[size_t(y)]) * size_t(w);
-            int16_t *dxs = dx.data();
-            int16_t *dys = dy.data();
-            uint8_t *tx = tieX.data();
-            uint8_t *ty = tieY.data();
-            for (int x = 0; x < w; ++x) {
-                dxs[x] = roundBlend(wt * topX[x] + b * bottomX[x], tx[x]);
-                dys[x] = roundBlend(wt * topY[x] + b * bottomY[x], ty[x]);
-            }
-            // Exact halves take the single-precision blend; eight flags at a time.
-            for (int x0 = 0; x0 < w; x0 += 8) {
-                quint64 anyX = 0, anyY = 0;
-                std::memcpy(&anyX, tx + x0, 8);
-                std::memcpy(&anyY, ty + x0, 8);
-                if (!(anyX | anyY))
-                    continue;
-                for (int x = x0; x < std::min(x0 + 8, w); ++x) {
-                    if (tx[x])
-                        dxs[x] = int16_t(
-                            roundHalfAway(blendOffset(grid.offsetsX, gw, cols, rows, x, y)));
-                    if (ty[x])
-                        dys[x] = int16_t(
-                            roundHalfAway(blendOffset(grid.offsetsY, gw, cols, rows, x, y)));
+            const size_t top = size_t(rows.first[size_t(y)]) * size_t(w);
+            const size_t bottom = size_t(rows.second[size_t(y)]) * size_t(w);
+            int16_t *sx = sourceX.data();
+            int16_t *sy = sourceY.data();
+            const int16_t *tie = ties.data();
+            if (rowSources(spreadX.data() + top, spreadX.data() + bottom, spreadY.data() + top,
+                           spreadY.data() + bottom, Cell - b, b, y, w, h, sx, sy, ties.data())) {
+                // Exact halves take the single-precision blend; four flags at a time.
+                for (int x0 = 0; x0 < w; x0 += 4) {
+                    quint64 four = 0;
+                    std::memcpy(&four, tie + x0, sizeof four);
+                    if (!four)
+                        continue;
+                    for (int x = x0; x < std::min(x0 + 4, w); ++x) {
+                        if (tie[x] & 1)
+                            sx[x] = int16_t(std::clamp(
+                                x + roundHalfAway(blendOffset(grid.offsetsX, gw, cols, rows, x, y)),
+                                0, w - 1));
+                        if (tie[x] & 2)
+                            sy[x] = int16_t(std::clamp(
+                                y + roundHalfAway(blendOffset(grid.offsetsY, gw, cols, rows, x, y)),
+                                0, h - 1));
+                    }
                 }
             }
-            gatherRow(srcBits, srcStride, w, h, y, dxs, dys,
+            gatherRow(reinterpret_cast<const quint32 *>(srcBits), int(srcStride / 4), sx, sy, w,
                       reinterpret_cast<quint32 *>(outBits + y * outStride));
         });
         return out;
