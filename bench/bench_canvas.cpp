@@ -23,13 +23,13 @@ constexpr int H = 1080;
 constexpr int Layers = 5;
 constexpr int Active = 2;
 
-QList<CanvasLayer> drawnLayers(int count)
+QList<CanvasLayer> drawnLayers(int count, int strokes = 40)
 {
     QList<CanvasLayer> layers;
     for (int i = 0; i < count; ++i) {
         CanvasLayer layer;
         layer.name = QStringLiteral("Layer %1").arg(i + 1);
-        layer.image = drawnLayer(100u + unsigned(i));
+        layer.image = drawnLayer(100u + unsigned(i), strokes);
         layers.append(layer);
     }
     return layers;
@@ -50,42 +50,44 @@ int maxChannelDifference(const QImage &a, const QImage &b)
 
 // ---- flat composite -------------------------------------------------------
 
+// A dense drawing (40 strokes on each of five layers, a quarter of them
+// translucent) and a sketch (6 strokes per layer).
 struct CompositeInput {
     std::unique_ptr<CanvasDocument> doc;
-    CompositeInput()
+    explicit CompositeInput(int strokes, const std::string &name)
     {
         doc = std::make_unique<CanvasDocument>(W, H);
-        doc->setLayers(drawnLayers(Layers), Active);
+        doc->setLayers(drawnLayers(Layers, strokes), Active);
         const QImage ours = doc->flatComposite();
         const QImage reference = referenceFlatComposite(doc->belowComposite(), doc->activeImage(),
                                                         true, 1.0f, doc->aboveComposite());
         const int diff = ours == reference ? 0 : maxChannelDifference(ours, reference);
-        BenchSummary::addNote("flat_composite_1080p", diff == 0 ? "pixels identical to QPainter"
-                                                                : "pixels within " +
-                                                                      std::to_string(diff) +
-                                                                      " per channel of QPainter");
-        BenchSummary::setTarget("flat_composite_1080p", {2.0, 3.0});
+        BenchSummary::addNote(name, diff == 0 ? "pixels identical to QPainter"
+                                              : "pixels within " + std::to_string(diff) +
+                                                    " per channel of QPainter");
+        BenchSummary::setTarget(name, {2.0, 3.0});
     }
 };
 
-CompositeInput &compositeInput()
+CompositeInput &compositeInput(bool sketch)
 {
-    static CompositeInput in;
-    return in;
+    static CompositeInput dense(40, "flat_composite_1080p");
+    static CompositeInput sparse(6, "flat_composite_sketch_1080p");
+    return sketch ? sparse : dense;
 }
 
-void flatCompositeOurs(benchmark::State &state)
+template <bool Sketch> void flatCompositeOurs(benchmark::State &state)
 {
-    CanvasDocument &doc = *compositeInput().doc;
+    CanvasDocument &doc = *compositeInput(Sketch).doc;
     for (auto _ : state) {
         doc.markPainted();
         benchmark::DoNotOptimize(doc.flatComposite().constBits());
     }
 }
 
-void flatCompositeReference(benchmark::State &state)
+template <bool Sketch> void flatCompositeReference(benchmark::State &state)
 {
-    CanvasDocument &doc = *compositeInput().doc;
+    CanvasDocument &doc = *compositeInput(Sketch).doc;
     for (auto _ : state)
         benchmark::DoNotOptimize(referenceFlatComposite(doc.belowComposite(), doc.activeImage(),
                                                         true, 1.0f, doc.aboveComposite())
@@ -218,12 +220,20 @@ void saveWorker(benchmark::State &state)
 
 } // namespace
 
-BENCHMARK(flatCompositeOurs)
+BENCHMARK(flatCompositeOurs<false>)
     ->Name("flat_composite_1080p/ours")
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
-BENCHMARK(flatCompositeReference)
+BENCHMARK(flatCompositeReference<false>)
     ->Name("flat_composite_1080p/reference")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(flatCompositeOurs<true>)
+    ->Name("flat_composite_sketch_1080p/ours")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(flatCompositeReference<true>)
+    ->Name("flat_composite_sketch_1080p/reference")
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 BENCHMARK(liveUpdateOurs)

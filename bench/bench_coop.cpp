@@ -50,6 +50,8 @@ public:
             client->socket = new QTcpSocket(this);
             Client *c = client.get();
             connect(c->socket, &QTcpSocket::connected, this, [c] {
+                // As the session's own client socket does.
+                c->socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
                 c->socket->write(
                     coop::encodeFrame(QJsonObject{{"t", "hello"}, {"nick", "bench"}, {"ver", 1}}));
             });

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr int TileSize = 64;
+constexpr int TileSize = 32;
 
 // What one SourceOver blit of a transparent pixel does to an RGBA8888 pixel
 // (and what a blit onto a transparent pixel stores): the value goes to
@@ -66,24 +66,19 @@ const StoreRoundTrip &storeRoundTrip()
 }
 
 // The flat composite's blits at one pixel, each SourceOver onto the result of
-// the one before (starting from transparent), where no blending arithmetic is
-// involved: a transparent source leaves the pixel round-tripped, an opaque
-// source at full opacity replaces it, and a source drawn at full opacity onto
-// a transparent pixel is stored round-tripped. A null source pointer means
-// that blit does not happen. Returns false where QPainter's arithmetic is
-// needed.
-inline bool composeWithoutBlending(const quint32 *below, const quint32 *active, bool fullOpacity,
-                                   const quint32 *above, const StoreRoundTrip &roundTrip,
-                                   quint32 &out)
+// the one before, where no blending arithmetic is involved: below is drawn
+// onto transparent (stored round-tripped); then a transparent source leaves
+// the pixel round-tripped, an opaque source at full opacity replaces it, and
+// a source at full opacity drawn onto a transparent pixel is stored
+// round-tripped. The active and above blits happen only when their images
+// exist. Returns false where QPainter's arithmetic is needed.
+template <bool HasActive, bool HasAbove>
+inline bool composeWithoutBlending(quint32 below, quint32 active, bool activeFullOpacity,
+                                   quint32 above, const StoreRoundTrip &roundTrip, quint32 &out)
 {
-    quint32 d = 0;
-    for (int step = 0; step < 3; ++step) {
-        const quint32 *source = step == 0 ? below : step == 1 ? active : above;
-        if (!source)
-            continue;
-        const quint32 s = *source;
+    quint32 d = roundTrip(below);
+    auto blit = [&](quint32 s, bool full) {
         const quint32 alpha = s >> 24;
-        const bool full = step != 1 || fullOpacity;
         if (alpha == 0)
             d = roundTrip(d);
         else if (alpha == 255 && full)
@@ -92,8 +87,50 @@ inline bool composeWithoutBlending(const quint32 *below, const quint32 *active, 
             d = roundTrip(s);
         else
             return false;
-    }
+        return true;
+    };
+    if (HasActive && !blit(active, activeFullOpacity))
+        return false;
+    if (HasAbove && !blit(above, true))
+        return false;
     out = d;
+    return true;
+}
+
+// One tile's rows composed directly; false as soon as a pixel needs QPainter.
+// Rows where all sources are zero words are filled at once.
+template <bool HasActive, bool HasAbove>
+bool composeTile(const QImage &below, const QImage &active, const QImage &above,
+                 bool activeFullOpacity, const StoreRoundTrip &roundTrip, uchar *outBits,
+                 qsizetype stride, int x0, int x1, int y0, int y1)
+{
+    static const quint32 zeros[256] = {};
+    for (int y = y0; y < y1; ++y) {
+        auto row = [y, x0](const QImage &image, bool present) {
+            return present && !image.isNull()
+                       ? reinterpret_cast<const quint32 *>(image.constScanLine(y)) + x0
+                       : zeros;
+        };
+        const quint32 *b = row(below, true);
+        const quint32 *a = row(active, HasActive);
+        const quint32 *u = row(above, HasAbove);
+        quint32 *o = reinterpret_cast<quint32 *>(outBits + y * stride) + x0;
+        const int n = x1 - x0;
+        quint32 any = 0;
+        for (int i = 0; i < n; ++i)
+            any |= b[i] | a[i] | u[i];
+        if (any == 0) {
+            std::fill_n(o, n, 0u);
+            continue;
+        }
+        for (int i = 0; i < n; ++i) {
+            if ((b[i] | a[i] | u[i]) == 0)
+                o[i] = 0;
+            else if (!composeWithoutBlending<HasActive, HasAbove>(b[i], a[i], activeFullOpacity,
+                                                                  u[i], roundTrip, o[i]))
+                return false;
+        }
+    }
     return true;
 }
 
@@ -177,11 +214,28 @@ QImage CanvasDocument::composeFlat(const QImage &below, const QImage &active, fl
     auto line = [](const QImage &image, int y) {
         return image.isNull() ? nullptr : reinterpret_cast<const quint32 *>(image.constScanLine(y));
     };
+    static_assert(TileSize <= 256, "composeTile's row of zeros");
     // The band's rows of an image, wrapped without a copy.
     auto bandOf = [](const QImage &image, int y0, int rows) {
         return image.isNull() ? QImage()
                               : QImage(image.constScanLine(y0), image.width(), rows,
                                        image.bytesPerLine(), QImage::Format_RGBA8888);
+    };
+
+    const bool hasActive = !active.isNull();
+    const bool hasAbove = !above.isNull();
+    auto composeTileFor = [&](int x0, int x1, int y0, int y1) {
+        auto run = [&](auto kernel) {
+            return kernel(below, active, above, fullOpacity, roundTrip, outBits, stride, x0, x1, y0,
+                          y1);
+        };
+        if (hasActive && hasAbove)
+            return run(composeTile<true, true>);
+        if (hasActive)
+            return run(composeTile<true, false>);
+        if (hasAbove)
+            return run(composeTile<false, true>);
+        return run(composeTile<false, false>);
     };
 
     std::for_each(std::execution::par, bands.begin(), bands.end(), [&](int band) {
@@ -192,20 +246,9 @@ QImage CanvasDocument::composeFlat(const QImage &below, const QImage &active, fl
         for (int tile = 0; tile < tilesX; ++tile) {
             const int x0 = tile * TileSize;
             const int x1 = std::min(x0 + TileSize, m_width);
-            for (int y = y0; y < y1 && !blended[size_t(tile)]; ++y) {
-                const quint32 *b = line(below, y);
-                const quint32 *a = line(active, y);
-                const quint32 *u = line(above, y);
-                auto *o = reinterpret_cast<quint32 *>(outBits + y * stride);
-                for (int x = x0; x < x1; ++x) {
-                    if (!composeWithoutBlending(b ? b + x : nullptr, a ? a + x : nullptr,
-                                                fullOpacity, u ? u + x : nullptr, roundTrip,
-                                                o[x])) {
-                        blended[size_t(tile)] = 1;
-                        any = true;
-                        break;
-                    }
-                }
+            if (!composeTileFor(x0, x1, y0, y1)) {
+                blended[size_t(tile)] = 1;
+                any = true;
             }
         }
         if (!any)

@@ -15,15 +15,17 @@ inline int maxByteDifference(quint32 a, quint32 b)
     return diff;
 }
 
-struct MatchRule {
+// A nearly transparent seed: pixels at most this opaque.
+struct AlphaRule {
+    int tolerance;
+    bool operator()(quint32 p) const { return int(p >> 24) <= tolerance; }
+};
+
+// Any other seed: pixels whose every byte is within tolerance of it.
+struct ColourRule {
     quint32 seed;
     int tolerance;
-    bool colourMode;
-
-    bool operator()(quint32 p) const
-    {
-        return colourMode ? maxByteDifference(seed, p) <= tolerance : int(p >> 24) <= tolerance;
-    }
+    bool operator()(quint32 p) const { return maxByteDifference(seed, p) <= tolerance; }
 };
 
 // One bit per pixel, for fills whose own colour matches the rule (a filled
@@ -57,20 +59,23 @@ struct NoMask {
 };
 
 // Scanline fill: each popped seed grows into the widest run of open pixels of
-// its row, the run is filled, and the rows above and below get one seed per
-// open run over its extent. The filled set is the seed's 4-connected region.
-template <typename Mask>
+// its row, the run is filled, and the neighbouring rows get one seed per open
+// run over its extent (the row it came from only beyond its parent run, which
+// is filled already). The filled set is the seed's 4-connected region.
+template <typename Rule, typename Mask>
 void scanlineFill(uchar *bits, qsizetype stride, int width, int height, int x, int y,
-                  quint32 fillWord, const MatchRule &matches, Mask &mask)
+                  quint32 fillWord, const Rule &matches, Mask &mask)
 {
     struct Seed {
         int x, y;
+        int parentY; // -1: none
+        int parentLeft, parentRight;
     };
     std::vector<Seed> stack;
     stack.reserve(1024);
     auto row = [bits, stride](int py) { return reinterpret_cast<quint32 *>(bits + py * stride); };
     if (matches(row(y)[x])) {
-        stack.push_back({x, y});
+        stack.push_back({x, y, -1, 0, -1});
     } else {
         // A seed outside its own rule (a low tolerance) is still filled, and
         // the region grows from its neighbours.
@@ -78,14 +83,32 @@ void scanlineFill(uchar *bits, qsizetype stride, int width, int height, int x, i
         const size_t index = size_t(y) * size_t(width) + size_t(x);
         mask.setRange(index, index);
         if (y < height - 1)
-            stack.push_back({x, y + 1});
+            stack.push_back({x, y + 1, -1, 0, -1});
         if (y > 0)
-            stack.push_back({x, y - 1});
+            stack.push_back({x, y - 1, -1, 0, -1});
         if (x < width - 1)
-            stack.push_back({x + 1, y});
+            stack.push_back({x + 1, y, -1, 0, -1});
         if (x > 0)
-            stack.push_back({x - 1, y});
+            stack.push_back({x - 1, y, -1, 0, -1});
     }
+
+    // Pushes one seed per run of open pixels of row ny within [from, to]; the
+    // run [left, right] of row py is their parent.
+    auto seedRuns = [&](int ny, int from, int to, int py, int left, int right) {
+        const quint32 *next = row(ny);
+        const size_t nextBase = size_t(ny) * size_t(width);
+        auto open = [&](int nx) { return !mask.test(nextBase + size_t(nx)) && matches(next[nx]); };
+        int nx = from;
+        while (nx <= to) {
+            while (nx <= to && !open(nx))
+                ++nx;
+            if (nx > to)
+                break;
+            stack.push_back({nx, ny, py, left, right});
+            while (nx <= to && open(nx))
+                ++nx;
+        }
+    };
 
     while (!stack.empty()) {
         const Seed s = stack.back();
@@ -107,14 +130,11 @@ void scanlineFill(uchar *bits, qsizetype stride, int width, int height, int x, i
         for (const int ny : {s.y - 1, s.y + 1}) {
             if (ny < 0 || ny >= height)
                 continue;
-            const quint32 *next = row(ny);
-            const size_t nextBase = size_t(ny) * size_t(width);
-            bool inRun = false;
-            for (int nx = left; nx <= right; ++nx) {
-                const bool open = !mask.test(nextBase + size_t(nx)) && matches(next[nx]);
-                if (open && !inRun)
-                    stack.push_back({nx, ny});
-                inRun = open;
+            if (ny != s.parentY) {
+                seedRuns(ny, left, right, s.y, left, right);
+            } else {
+                seedRuns(ny, left, std::min(right, s.parentLeft - 1), s.y, left, right);
+                seedRuns(ny, std::max(left, s.parentRight + 1), right, s.y, left, right);
             }
         }
     }
@@ -150,12 +170,17 @@ void floodFill(QImage &image, int x, int y, quint32 fillWord, int tolerance)
     if (seed == fillWord)
         return;
 
-    const MatchRule matches{seed, tolerance, (seed >> 24) >= 32};
-    if (matches(fillWord)) {
-        VisitedMask mask(size_t(width) * size_t(height));
-        scanlineFill(bits, stride, width, height, x, y, fillWord, matches, mask);
-    } else {
-        NoMask mask;
-        scanlineFill(bits, stride, width, height, x, y, fillWord, matches, mask);
-    }
+    auto fill = [&](const auto &matches) {
+        if (matches(fillWord)) {
+            VisitedMask mask(size_t(width) * size_t(height));
+            scanlineFill(bits, stride, width, height, x, y, fillWord, matches, mask);
+        } else {
+            NoMask mask;
+            scanlineFill(bits, stride, width, height, x, y, fillWord, matches, mask);
+        }
+    };
+    if ((seed >> 24) >= 32)
+        fill(ColourRule{seed, tolerance});
+    else
+        fill(AlphaRule{tolerance});
 }
