@@ -1,6 +1,8 @@
 #include "BenchSummary.h"
 
 #include <cstdio>
+#include <fstream>
+#include <thread>
 
 namespace {
 
@@ -14,6 +16,26 @@ std::map<std::string, std::string> &notes()
 {
     static std::map<std::string, std::string> map;
     return map;
+}
+
+// The 1-minute load average, to judge how noisy the medians are.
+std::string loadAverage()
+{
+    std::ifstream file("/proc/loadavg");
+    std::string oneMinute;
+    file >> oneMinute;
+    return oneMinute.empty() ? std::string("unknown") : oneMinute;
+}
+
+// Milliseconds, or microseconds below 0.1 ms.
+std::string formatMs(double ms)
+{
+    char text[32];
+    if (ms < 0.1)
+        std::snprintf(text, sizeof text, "%.1f us", ms * 1000.0);
+    else
+        std::snprintf(text, sizeof text, "%.2f ms", ms);
+    return text;
 }
 
 std::vector<std::string> &lines()
@@ -66,15 +88,16 @@ void BenchSummary::ReportRuns(const std::vector<Run> &runs)
 void BenchSummary::Finalize()
 {
     ConsoleReporter::Finalize();
-    std::printf("\n== Summary (medians)\n");
+    std::printf("\n== Summary (medians; load average %s on %u cores)\n", loadAverage().c_str(),
+                std::thread::hardware_concurrency());
     for (const auto &[caseName, ours] : m_ours) {
         const auto ref = m_reference.find(caseName);
         const Target target = targets().count(caseName) ? targets()[caseName] : Target{};
-        std::printf("%s: ours %.2f ms", caseName.c_str(), ours);
+        std::printf("%s: ours %s", caseName.c_str(), formatMs(ours).c_str());
         double ratio = 0;
         if (ref != m_reference.end()) {
             ratio = ref->second / ours;
-            std::printf(", reference %.2f ms, ratio %.1fx", ref->second, ratio);
+            std::printf(", reference %s, ratio %.1fx", formatMs(ref->second).c_str(), ratio);
         }
         if (target.maxMs > 0 || target.minRatio > 0) {
             const bool timeOk = target.maxMs <= 0 || ours <= target.maxMs;

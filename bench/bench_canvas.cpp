@@ -191,6 +191,11 @@ struct SaveFixture {
         doc->setLayers(drawnLayers(5), 0);
         flat = doc->flatComposite();
         BenchSummary::setTarget("save_5_layers_ui_thread", {1.0, 0.0});
+        BenchSummary::addNote("save_5_layers_ui_thread",
+                              "the snapshot: shallow copies of the layer images");
+        BenchSummary::addNote("save_5_layers_worker",
+                              "five layer PNGs, the index and the flattened PNG into a "
+                              "temporary folder");
     }
 };
 

@@ -199,7 +199,7 @@ void coopRelay(benchmark::State &state)
         thread.start();
         wait.exec();
         thread.wait();
-        char line[400];
+        char line[512];
         if (swarm->failed) {
             std::snprintf(line, sizeof line, "coop_relay_16_clients: clients were not welcomed");
         } else {
@@ -207,10 +207,11 @@ void coopRelay(benchmark::State &state)
             const double p99 = percentileMs(swarm->latenciesNs, 0.99);
             const double worst = percentileMs(swarm->latenciesNs, 1.0);
             std::snprintf(line, sizeof line,
-                          "coop_relay_16_clients: %d segments sent, %d received by the host, "
+                          "coop_relay_16_clients (host CoopSession on port %u, raw-socket "
+                          "clients on one thread): %d segments sent, %d received by the host, "
                           "%zu relayed deliveries (expected %d); latency p50 %.2f ms, p99 "
                           "%.2f ms, max %.2f ms [target p99 < 5 ms: %s]",
-                          swarm->sent, received, swarm->latenciesNs.size(),
+                          unsigned(port), swarm->sent, received, swarm->latenciesNs.size(),
                           swarm->sent * (Clients - 1), p50, p99, worst,
                           p99 < 5.0 ? "met" : "NOT MET");
         }

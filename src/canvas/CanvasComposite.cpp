@@ -97,41 +97,53 @@ inline bool composeWithoutBlending(quint32 below, quint32 active, bool activeFul
     return true;
 }
 
-// One tile's rows composed directly; false as soon as a pixel needs QPainter.
-// Rows where all sources are zero words are filled at once.
+// One band of rows composed directly, row by row across its tiles. A tile is
+// marked in blended (and left to QPainter) at its first pixel that needs
+// blending. Segments where all sources are zero words are filled at once.
+// zeros stands in for a missing below image: a full row of zero words.
 template <bool HasActive, bool HasAbove>
-bool composeTile(const QImage &below, const QImage &active, const QImage &above,
-                 bool activeFullOpacity, const StoreRoundTrip &roundTrip, uchar *outBits,
-                 qsizetype stride, int x0, int x1, int y0, int y1)
+bool composeBand(const QImage &below, const QImage &active, const QImage &above,
+                 bool activeFullOpacity, const StoreRoundTrip &roundTrip, const quint32 *zeros,
+                 uchar *outBits, qsizetype stride, int width, int y0, int y1,
+                 std::vector<char> &blended)
 {
-    static const quint32 zeros[256] = {};
+    bool any = false;
+    const int tiles = int(blended.size());
     for (int y = y0; y < y1; ++y) {
-        auto row = [y, x0](const QImage &image, bool present) {
+        auto row = [y, zeros](const QImage &image, bool present) {
             return present && !image.isNull()
-                       ? reinterpret_cast<const quint32 *>(image.constScanLine(y)) + x0
+                       ? reinterpret_cast<const quint32 *>(image.constScanLine(y))
                        : zeros;
         };
         const quint32 *b = row(below, true);
         const quint32 *a = row(active, HasActive);
         const quint32 *u = row(above, HasAbove);
-        quint32 *o = reinterpret_cast<quint32 *>(outBits + y * stride) + x0;
-        const int n = x1 - x0;
-        quint32 any = 0;
-        for (int i = 0; i < n; ++i)
-            any |= b[i] | a[i] | u[i];
-        if (any == 0) {
-            std::fill_n(o, n, 0u);
-            continue;
-        }
-        for (int i = 0; i < n; ++i) {
-            if ((b[i] | a[i] | u[i]) == 0)
-                o[i] = 0;
-            else if (!composeWithoutBlending<HasActive, HasAbove>(b[i], a[i], activeFullOpacity,
-                                                                  u[i], roundTrip, o[i]))
-                return false;
+        quint32 *o = reinterpret_cast<quint32 *>(outBits + y * stride);
+        for (int tile = 0; tile < tiles; ++tile) {
+            if (blended[size_t(tile)])
+                continue;
+            const int x0 = tile * TileSize;
+            const int x1 = std::min(x0 + TileSize, width);
+            quint32 nonzero = 0;
+            for (int x = x0; x < x1; ++x)
+                nonzero |= b[x] | a[x] | u[x];
+            if (nonzero == 0) {
+                std::fill(o + x0, o + x1, 0u);
+                continue;
+            }
+            for (int x = x0; x < x1; ++x) {
+                if ((b[x] | a[x] | u[x]) == 0) {
+                    o[x] = 0;
+                } else if (!composeWithoutBlending<HasActive, HasAbove>(
+                               b[x], a[x], activeFullOpacity, u[x], roundTrip, o[x])) {
+                    blended[size_t(tile)] = 1;
+                    any = true;
+                    break;
+                }
+            }
         }
     }
-    return true;
+    return any;
 }
 
 } // namespace
@@ -214,7 +226,6 @@ QImage CanvasDocument::composeFlat(const QImage &below, const QImage &active, fl
     auto line = [](const QImage &image, int y) {
         return image.isNull() ? nullptr : reinterpret_cast<const quint32 *>(image.constScanLine(y));
     };
-    static_assert(TileSize <= 256, "composeTile's row of zeros");
     // The band's rows of an image, wrapped without a copy.
     auto bandOf = [](const QImage &image, int y0, int rows) {
         return image.isNull() ? QImage()
@@ -224,33 +235,26 @@ QImage CanvasDocument::composeFlat(const QImage &below, const QImage &active, fl
 
     const bool hasActive = !active.isNull();
     const bool hasAbove = !above.isNull();
-    auto composeTileFor = [&](int x0, int x1, int y0, int y1) {
+    const std::vector<quint32> zeros(size_t(m_width), 0u);
+    auto composeBandFor = [&](int y0, int y1, std::vector<char> &blended) {
         auto run = [&](auto kernel) {
-            return kernel(below, active, above, fullOpacity, roundTrip, outBits, stride, x0, x1, y0,
-                          y1);
+            return kernel(below, active, above, fullOpacity, roundTrip, zeros.data(), outBits,
+                          stride, m_width, y0, y1, blended);
         };
         if (hasActive && hasAbove)
-            return run(composeTile<true, true>);
+            return run(composeBand<true, true>);
         if (hasActive)
-            return run(composeTile<true, false>);
+            return run(composeBand<true, false>);
         if (hasAbove)
-            return run(composeTile<false, true>);
-        return run(composeTile<false, false>);
+            return run(composeBand<false, true>);
+        return run(composeBand<false, false>);
     };
 
     std::for_each(std::execution::par, bands.begin(), bands.end(), [&](int band) {
         const int y0 = band * TileSize;
         const int y1 = std::min(y0 + TileSize, m_height);
         std::vector<char> blended(size_t(tilesX), 0);
-        bool any = false;
-        for (int tile = 0; tile < tilesX; ++tile) {
-            const int x0 = tile * TileSize;
-            const int x1 = std::min(x0 + TileSize, m_width);
-            if (!composeTileFor(x0, x1, y0, y1)) {
-                blended[size_t(tile)] = 1;
-                any = true;
-            }
-        }
+        const bool any = composeBandFor(y0, y1, blended);
         if (!any)
             return;
 
