@@ -9,6 +9,7 @@
 #include <QPainter>
 
 #include <algorithm>
+#include <cstring>
 #include <numeric>
 #include <vector>
 
@@ -104,11 +105,10 @@ inline bool composeWithoutBlending(quint32 below, quint32 active, bool activeFul
 template <bool HasActive, bool HasAbove>
 bool composeBand(const QImage &below, const QImage &active, const QImage &above,
                  bool activeFullOpacity, const StoreRoundTrip &roundTrip, const quint32 *zeros,
-                 uchar *outBits, qsizetype stride, int width, int y0, int y1,
-                 std::vector<char> &blended)
+                 uchar *outBits, qsizetype stride, int width, int y0, int y1, int firstTile,
+                 int endTile, std::vector<char> &blended)
 {
     bool any = false;
-    const int tiles = int(blended.size());
     for (int y = y0; y < y1; ++y) {
         auto row = [y, zeros](const QImage &image, bool present) {
             return present && !image.isNull()
@@ -119,7 +119,7 @@ bool composeBand(const QImage &below, const QImage &active, const QImage &above,
         const quint32 *a = row(active, HasActive);
         const quint32 *u = row(above, HasAbove);
         quint32 *o = reinterpret_cast<quint32 *>(outBits + y * stride);
-        for (int tile = 0; tile < tiles; ++tile) {
+        for (int tile = firstTile; tile < endTile; ++tile) {
             if (blended[size_t(tile)])
                 continue;
             const int x0 = tile * TileSize;
@@ -170,6 +170,7 @@ void CanvasDocument::rebuildPartials()
         timer.start();
         m_belowImage = compositeRange(0, m_active - 1);
         m_partialsDirty.below = false;
+        ++m_partialsGeneration;
         pdLog("[PD] SplitBelow: rebuilt %d layers in %lld ms", m_active,
               static_cast<long long>(timer.elapsed()));
     }
@@ -179,21 +180,23 @@ void CanvasDocument::rebuildPartials()
         const int count = int(m_layers.size());
         m_aboveImage = compositeRange(m_active + 1, count - 1);
         m_partialsDirty.above = false;
+        ++m_partialsGeneration;
         pdLog("[PD] SplitAbove: rebuilt %d layers in %lld ms", count - m_active - 1,
               static_cast<long long>(timer.elapsed()));
     }
 }
 
-// The flat composite by bands of rows on the parallel pool. Pixels that need
-// no blending arithmetic are composed directly; runs of tiles holding any
-// other pixel start from the below image as its blit onto transparent stores
-// it and get the remaining blits from QPainter, on images that wrap the band
-// in place, exactly as the full-image blits would draw them. Null images are
-// not drawn.
-QImage CanvasDocument::composeFlat(const QImage &below, const QImage &active, float opacity,
-                                   const QImage &above) const
+// The flat composite, or the tiles of it that meet area, by bands of rows on
+// the parallel pool. Pixels that need no blending arithmetic are composed
+// directly; runs of tiles holding any other pixel start from the below image
+// as its blit onto transparent stores it and get the remaining blits from
+// QPainter, on images that wrap the band in place, exactly as the full-image
+// blits would draw them (a pixel's result depends on nothing outside its
+// tile). Null images are not drawn. out is canvas-size RGBA8888; tiles
+// outside area are left as they are.
+void CanvasDocument::composeFlat(QImage &out, const QRect &area, const QImage &below,
+                                 const QImage &active, float opacity, const QImage &above) const
 {
-    QImage out(m_width, m_height, QImage::Format_RGBA8888);
     const QSize size = out.size();
     auto usable = [size](const QImage &image) {
         return image.isNull() ||
@@ -213,14 +216,19 @@ QImage CanvasDocument::composeFlat(const QImage &below, const QImage &active, fl
         }
         if (!above.isNull())
             painter.drawImage(0, 0, above);
-        return out;
+        return;
     }
 
     const StoreRoundTrip &roundTrip = storeRoundTrip();
     const bool fullOpacity = opacity == 1.0f;
     const int tilesX = (m_width + TileSize - 1) / TileSize;
-    std::vector<int> bands(size_t((m_height + TileSize - 1) / TileSize));
-    std::iota(bands.begin(), bands.end(), 0);
+    const QRect region = area.intersected(out.rect());
+    if (region.isEmpty())
+        return;
+    const int firstTile = region.left() / TileSize;
+    const int endTile = region.right() / TileSize + 1;
+    std::vector<int> bands(size_t(region.bottom() / TileSize - region.top() / TileSize + 1));
+    std::iota(bands.begin(), bands.end(), region.top() / TileSize);
     const qsizetype stride = out.bytesPerLine();
     uchar *outBits = out.bits();
     auto line = [](const QImage &image, int y) {
@@ -239,7 +247,7 @@ QImage CanvasDocument::composeFlat(const QImage &below, const QImage &active, fl
     auto composeBandFor = [&](int y0, int y1, std::vector<char> &blended) {
         auto run = [&](auto kernel) {
             return kernel(below, active, above, fullOpacity, roundTrip, zeros.data(), outBits,
-                          stride, m_width, y0, y1, blended);
+                          stride, m_width, y0, y1, firstTile, endTile, blended);
         };
         if (hasActive && hasAbove)
             return run(composeBand<true, true>);
@@ -264,13 +272,13 @@ QImage CanvasDocument::composeFlat(const QImage &below, const QImage &active, fl
         const QImage aboveBand = bandOf(above, y0, rows);
         QPainter painter(&target);
         painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
-        for (int tile = 0; tile < tilesX;) {
+        for (int tile = firstTile; tile < endTile;) {
             if (!blended[size_t(tile)]) {
                 ++tile;
                 continue;
             }
             int end = tile;
-            while (end < tilesX && blended[size_t(end)])
+            while (end < endTile && blended[size_t(end)])
                 ++end;
             const int x0 = tile * TileSize;
             const int x1 = std::min(end * TileSize, m_width);
@@ -291,7 +299,22 @@ QImage CanvasDocument::composeFlat(const QImage &below, const QImage &active, fl
             tile = end;
         }
     });
-    return out;
+}
+
+// A copy made on the parallel pool.
+static QImage parallelCopy(const QImage &image)
+{
+    QImage copy(image.size(), image.format());
+    std::vector<int> bands(size_t((image.height() + TileSize - 1) / TileSize));
+    std::iota(bands.begin(), bands.end(), 0);
+    const qsizetype bytes = std::min(image.bytesPerLine(), copy.bytesPerLine());
+    uchar *bits = copy.bits();
+    std::for_each(std::execution::par, bands.begin(), bands.end(), [&](int band) {
+        const int y1 = std::min((band + 1) * TileSize, image.height());
+        for (int y = band * TileSize; y < y1; ++y)
+            std::memcpy(bits + y * copy.bytesPerLine(), image.constScanLine(y), size_t(bytes));
+    });
+    return copy;
 }
 
 QImage CanvasDocument::flatComposite()
@@ -304,8 +327,23 @@ QImage CanvasDocument::flatComposite()
 
     const bool activeShown = isValidIndex(m_active) && m_layers[m_active].visible;
     const QImage active = activeShown ? m_layers[m_active].image : QImage();
-    const float opacity = activeShown ? m_layers[m_active].opacity : 1.0f;
-    QImage out = composeFlat(m_belowImage, active, opacity, m_aboveImage);
+    const FlatBasis basis{m_partialsGeneration, m_active,
+                          activeShown ? m_layers[m_active].opacity : 1.0f, activeShown};
+    const QRect canvas(0, 0, m_width, m_height);
+    QImage out;
+    if (!m_flatImage.isNull() && m_flatImage.size() == canvas.size() && basis == m_flatBasis &&
+        m_flatDirtyArea != canvas) {
+        // Only part of the active layer changed since the last rebuild, on the
+        // same partials: recompose the tiles it touches over the last result.
+        out = m_flatImage.isDetached() ? std::move(m_flatImage) : parallelCopy(m_flatImage);
+        m_flatImage = QImage();
+        composeFlat(out, m_flatDirtyArea, m_belowImage, active, basis.opacity, m_aboveImage);
+    } else {
+        out = QImage(m_width, m_height, QImage::Format_RGBA8888);
+        composeFlat(out, canvas, m_belowImage, active, basis.opacity, m_aboveImage);
+    }
+    m_flatBasis = basis;
+    m_flatDirtyArea = QRect();
     m_flatImage = out;
     m_compositeDirty = false;
     pdLog("[PD] FlatComposite: rebuilt (3-blit) in %lld ms",

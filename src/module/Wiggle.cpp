@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <numeric>
 
@@ -210,8 +211,9 @@ QImage warpImage(const QImage &input, const WiggleGrid &grid)
     uchar *outBits = out.bits();
     const qsizetype outStride = out.bytesPerLine();
 
-    // Source columns and rows travel in 16-bit lanes.
-    if (integerBlendIsExact(grid, w, h) && w < 32768 && h < 32768 &&
+    // Source columns and rows (with their offsets of at most 40) travel in
+    // 16-bit lanes.
+    if (integerBlendIsExact(grid, w, h) && w < 32768 - 64 && h < 32768 - 64 &&
         qint64(srcStride / 4) * h < (qint64(1) << 31)) {
         std::vector<int16_t> spreadX(size_t(gh) * size_t(w)), spreadY(spreadX.size());
         std::vector<int> gridRows(static_cast<size_t>(gh));
