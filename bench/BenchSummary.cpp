@@ -1,6 +1,8 @@
 #include "BenchSummary.h"
 
 #include <cstdio>
+#include <fstream>
+#include <thread>
 
 namespace {
 
@@ -10,11 +12,53 @@ std::map<std::string, BenchSummary::Target> &targets()
     return map;
 }
 
+std::map<std::string, std::string> &notes()
+{
+    static std::map<std::string, std::string> map;
+    return map;
+}
+
+// The 1-minute load average, to judge how noisy the medians are.
+std::string loadAverage()
+{
+    std::ifstream file("/proc/loadavg");
+    std::string oneMinute;
+    file >> oneMinute;
+    return oneMinute.empty() ? std::string("unknown") : oneMinute;
+}
+
+// Milliseconds, or microseconds below 0.1 ms.
+std::string formatMs(double ms)
+{
+    char text[32];
+    if (ms < 0.1)
+        std::snprintf(text, sizeof text, "%.1f us", ms * 1000.0);
+    else
+        std::snprintf(text, sizeof text, "%.2f ms", ms);
+    return text;
+}
+
+std::vector<std::string> &lines()
+{
+    static std::vector<std::string> list;
+    return list;
+}
+
 } // namespace
 
 void BenchSummary::setTarget(const std::string &caseName, Target target)
 {
     targets()[caseName] = target;
+}
+
+void BenchSummary::addNote(const std::string &caseName, const std::string &note)
+{
+    notes()[caseName] = note;
+}
+
+void BenchSummary::addLine(const std::string &line)
+{
+    lines().push_back(line);
 }
 
 void BenchSummary::ReportRuns(const std::vector<Run> &runs)
@@ -44,15 +88,16 @@ void BenchSummary::ReportRuns(const std::vector<Run> &runs)
 void BenchSummary::Finalize()
 {
     ConsoleReporter::Finalize();
-    std::printf("\n== Summary (medians)\n");
+    std::printf("\n== Summary (medians; load average %s on %u cores)\n", loadAverage().c_str(),
+                std::thread::hardware_concurrency());
     for (const auto &[caseName, ours] : m_ours) {
         const auto ref = m_reference.find(caseName);
         const Target target = targets().count(caseName) ? targets()[caseName] : Target{};
-        std::printf("%s: ours %.2f ms", caseName.c_str(), ours);
+        std::printf("%s: ours %s", caseName.c_str(), formatMs(ours).c_str());
         double ratio = 0;
         if (ref != m_reference.end()) {
             ratio = ref->second / ours;
-            std::printf(", reference %.2f ms, ratio %.1fx", ref->second, ratio);
+            std::printf(", reference %s, ratio %.1fx", formatMs(ref->second).c_str(), ratio);
         }
         if (target.maxMs > 0 || target.minRatio > 0) {
             const bool timeOk = target.maxMs <= 0 || ours <= target.maxMs;
@@ -64,6 +109,11 @@ void BenchSummary::Finalize()
                 std::printf(" >= %.0fx", target.minRatio);
             std::printf(": %s]", timeOk && ratioOk ? "met" : "NOT MET");
         }
+        if (notes().count(caseName))
+            std::printf(" (%s)", notes()[caseName].c_str());
         std::printf("\n");
     }
+    for (const std::string &line : lines())
+        std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
 }

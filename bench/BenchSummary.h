@@ -4,6 +4,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 // Collects the median of every "<case>/ours" and "<case>/reference" run and
 // prints one line per case at the end:
@@ -16,6 +17,11 @@ public:
     };
 
     static void setTarget(const std::string &caseName, Target target);
+    // Printed after the case's line, e.g. how its output compares.
+    static void addNote(const std::string &caseName, const std::string &note);
+    // A finished line for measurements that are not timed runs (latency
+    // percentiles, memory); printed after the timed cases.
+    static void addLine(const std::string &line);
 
     void ReportRuns(const std::vector<Run> &runs) override;
     void Finalize() override;

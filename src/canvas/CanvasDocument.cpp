@@ -47,8 +47,14 @@ QImage CanvasDocument::layerImage(int index) const
 
 void CanvasDocument::markAllDirty()
 {
-    m_compositeDirty = true;
+    markPainted();
     m_partialsDirty = {true, true};
+}
+
+void CanvasDocument::markPainted(const QRect &area)
+{
+    m_flatDirtyArea |= area.intersected(QRect(0, 0, m_width, m_height));
+    m_compositeDirty = true;
 }
 
 void CanvasDocument::storeActiveStacks()
@@ -203,7 +209,7 @@ void CanvasDocument::clear()
     commitSnapshot();
     m_strokes.clear();
     activeImage() = blankImage();
-    m_compositeDirty = true;
+    markPainted();
     emit layersChanged();
     emit strokesChanged();
 }
@@ -313,7 +319,7 @@ void CanvasDocument::restore(const QImage &image)
     if (image.isNull())
         return;
     activeImage() = image.convertToFormat(QImage::Format_RGBA8888);
-    m_compositeDirty = true;
+    markPainted();
     m_strokes.clear();
     emit snapshotRestored();
     emit strokesChanged();

@@ -5,6 +5,7 @@
 
 #include <QList>
 #include <QObject>
+#include <QRect>
 #include <QVector>
 
 // The layered raster document behind the drawing surface: layers, the active
@@ -71,9 +72,16 @@ public:
     bool compositeDirty() const { return m_compositeDirty; }
     bool belowDirty() const { return m_partialsDirty.below; }
     bool aboveDirty() const { return m_partialsDirty.above; }
-    void markPainted() { m_compositeDirty = true; }
+    void markPainted() { markPainted(QRect(0, 0, m_width, m_height)); }
+    // Only this part of the active layer changed: the next flat rebuild may
+    // recompose just the tiles it touches.
+    void markPainted(const QRect &area);
     void markAllDirty();
-    void setCompositeClean() { m_compositeDirty = false; }
+    void setCompositeClean()
+    {
+        m_compositeDirty = false;
+        m_flatDirtyArea = QRect();
+    }
     void setBelowClean() { m_partialsDirty.below = false; }
     void setAboveClean() { m_partialsDirty.above = false; }
 
@@ -108,6 +116,8 @@ private:
     CanvasLayer newLayer(const QString &name) const;
     QImage normalised(const QImage &image) const;
     QImage compositeRange(int first, int last) const;
+    void composeFlat(QImage &out, const QRect &area, const QImage &below, const QImage &active,
+                     float opacity, const QImage &above) const;
 
     int m_width;
     int m_height;
@@ -118,6 +128,22 @@ private:
     QList<CanvasLayer> m_layers;
     int m_active = 0;
     bool m_compositeDirty = true;
+    // The part of the flat composite that is out of date while it is dirty.
+    QRect m_flatDirtyArea;
+    // What the current flat composite was built from; a partial rebuild is
+    // exact only on the same basis.
+    struct FlatBasis {
+        quint64 partials = 0;
+        int active = -1;
+        float opacity = 1.0f;
+        bool activeShown = false;
+        bool operator==(const FlatBasis &o) const
+        {
+            return partials == o.partials && active == o.active && opacity == o.opacity &&
+                   activeShown == o.activeShown;
+        }
+    } m_flatBasis;
+    quint64 m_partialsGeneration = 0;
     struct {
         bool below = true;
         bool above = true;

@@ -142,7 +142,7 @@ void CanvasWidget::pressStroke(const QPointF &canvasPos)
     m_current.points.append(canvasPos);
     if (m_current.eraser) {
         paintStroke(m_doc->activeImage(), m_current, m_fillTolerance);
-        m_doc->markPainted();
+        m_doc->markPainted(strokeBounds(m_current, m_doc->size()));
         emit strokeUpdated();
     }
     update();
@@ -190,11 +190,13 @@ void CanvasWidget::moveStroke(const QPointF &canvasPos)
         segment.width = m_current.width;
         segment.eraser = true;
         paintStroke(m_doc->activeImage(), segment, m_fillTolerance);
-        m_doc->markPainted();
+        m_doc->markPainted(strokeBounds(segment, m_doc->size()));
         emit coopStrokeSegment(segment);
     } else {
+        // Taken before the bake shortens the stroke: it covers the baked part.
+        const QRect liveBounds = strokeBounds(m_current, m_doc->size());
         if (bakeLiveStroke(m_doc->activeImage(), m_current, m_brushSize, m_doc->size())) {
-            m_doc->markPainted();
+            m_doc->markPainted(liveBounds);
             rewarpWiggle();
         }
         const qsizetype live = m_current.points.size();
@@ -246,7 +248,7 @@ void CanvasWidget::releaseStroke()
         m_doc->appendStroke(m_current);
         if (!m_current.eraser) {
             paintStroke(m_doc->activeImage(), m_current, m_fillTolerance);
-            m_doc->markPainted();
+            m_doc->markPainted(strokeBounds(m_current, m_doc->size()));
         }
         m_doc->commitSnapshot();
         emit strokeCommitted(m_current);

@@ -8,6 +8,7 @@
 #include <QPainter>
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 
 QPainterPath smoothedPath(const QVector<QPointF> &points, qreal sx, qreal sy, qreal ox, qreal oy)
@@ -101,6 +102,31 @@ void drawStroke(QPainter &painter, const Stroke &stroke)
         return;
     }
     drawLine(painter, stroke);
+}
+
+QRect strokeBounds(const Stroke &stroke, const QSize &canvasSize)
+{
+    const QRect canvas(QPoint(0, 0), canvasSize);
+    if (stroke.fill || stroke.shape)
+        return canvas;
+    if (stroke.points.isEmpty())
+        return {};
+    // Quadratic curves through the points stay inside the points' hull.
+    qreal left = stroke.points[0].x(), right = left;
+    qreal top = stroke.points[0].y(), bottom = top;
+    for (const QPointF &p : stroke.points) {
+        left = std::min(left, p.x());
+        right = std::max(right, p.x());
+        top = std::min(top, p.y());
+        bottom = std::max(bottom, p.y());
+    }
+    const qreal margin = qreal(stroke.width) / 2 + 2;
+    if (!std::isfinite(left + right + top + bottom + margin) || margin > 1e6 ||
+        std::max({std::fabs(left), std::fabs(right), std::fabs(top), std::fabs(bottom)}) > 1e6)
+        return canvas;
+    return QRectF(QPointF(left - margin, top - margin), QPointF(right + margin, bottom + margin))
+        .toAlignedRect()
+        .intersected(canvas);
 }
 
 void paintStroke(QImage &layer, const Stroke &stroke, int fillTolerance)

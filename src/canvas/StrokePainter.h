@@ -4,6 +4,7 @@
 
 #include <QImage>
 #include <QPainterPath>
+#include <QRect>
 #include <QSize>
 
 class QPainter;
@@ -27,6 +28,11 @@ QPen strokePen(const QColor &color, qreal width);
 // the caller's), setting the composition mode, pen and brush it needs. Fill
 // strokes and strokes without points draw nothing here.
 void drawStroke(QPainter &painter, const Stroke &stroke);
+
+// The part of a canvasSize layer that painting the brush or eraser stroke can
+// change (its points' bounds grown by half the pen width and a pixel of
+// antialiasing). Fills and shapes give the whole canvas.
+QRect strokeBounds(const Stroke &stroke, const QSize &canvasSize);
 
 // Paints one stroke of any kind into a layer image; fills use tolerance.
 void paintStroke(QImage &layer, const Stroke &stroke, int fillTolerance);

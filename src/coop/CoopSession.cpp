@@ -148,6 +148,9 @@ void CoopSession::onNewConnection()
             socket->deleteLater();
             continue;
         }
+        // Frames are small and latency matters more than packet count: no
+        // Nagle delay waiting for the peer's acknowledgement.
+        socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
         auto peer = std::make_unique<Peer>();
         peer->socket = socket;
         peer->id = m_nextPeerId++;
@@ -474,6 +477,7 @@ void CoopSession::onClientConnected()
 {
     if (m_role != Role::Client || sender() != m_socket)
         return;
+    m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
     sendTo(m_socket, coop::encodeFrame(QJsonObject{{QStringLiteral("t"), QStringLiteral("hello")},
                                                    {QStringLiteral("nick"), m_nick},
                                                    {QStringLiteral("ver"), 1}}));

@@ -1,10 +1,14 @@
 #include "LogCapture.h"
+#include "ReferenceComposite.h"
 
 #include "canvas/CanvasDocument.h"
+#include "canvas/StrokePainter.h"
 
 #include <QPainter>
 #include <QRegularExpression>
 #include <QtTest>
+
+#include <random>
 
 namespace {
 
@@ -49,6 +53,38 @@ QStringList compositeLines(const LogCapture &log)
     return out;
 }
 
+// Layer pixels of every kind: transparent words with colour left in them,
+// opaque, and translucent ones, in blobs so that whole tiles are alike, plus
+// antialiased strokes.
+QImage mixedLayer(int w, int h, std::mt19937 &rng)
+{
+    QImage image(w, h, QImage::Format_RGBA8888);
+    image.fill(Qt::transparent);
+    for (int blob = 0; blob < 12; ++blob) {
+        const int x0 = int(rng() % unsigned(w)), y0 = int(rng() % unsigned(h));
+        const int bw = 1 + int(rng() % 90), bh = 1 + int(rng() % 90);
+        const int kind = int(rng() % 3);
+        for (int y = y0; y < std::min(h, y0 + bh); ++y) {
+            auto *line = reinterpret_cast<quint32 *>(image.scanLine(y));
+            for (int x = x0; x < std::min(w, x0 + bw); ++x) {
+                const quint32 colour = rng() & 0x00ffffffu;
+                const quint32 alpha = kind == 0 ? 0u : kind == 1 ? 255u : rng() % 256;
+                line[x] = alpha << 24 | colour;
+            }
+        }
+    }
+    QPainter painter(&image);
+    painter.setRenderHint(QPainter::Antialiasing);
+    for (int i = 0; i < 6; ++i) {
+        painter.setPen(
+            QPen(QColor(int(rng() % 256), int(rng() % 256), int(rng() % 256), int(rng() % 256)),
+                 1 + rng() % 12));
+        painter.drawLine(QPointF(rng() % unsigned(w), rng() % unsigned(h)),
+                         QPointF(rng() % unsigned(w), rng() % unsigned(h)));
+    }
+    return image;
+}
+
 } // namespace
 
 class TestComposite : public QObject {
@@ -62,6 +98,11 @@ private slots:
     void switchingLayersRebuildsPartialsNotFlat();
     void structuralChangesRebuildEverything();
     void undersizedLayerFromSingleLoad();
+    void flatEqualsThreeQPainterBlits_data();
+    void flatEqualsThreeQPainterBlits();
+    void partialRebuildEqualsFullBlits_data();
+    void partialRebuildEqualsFullBlits();
+    void partialRebuildFollowsPartials();
 };
 
 void TestComposite::singleLayerLogsZeroLayers()
@@ -191,6 +232,131 @@ void TestComposite::undersizedLayerFromSingleLoad()
     QCOMPARE(flat.size(), QSize(8, 8));
     QCOMPARE(flat.pixel(1, 1), qRgba(255, 0, 0, 255));
     QCOMPARE(qAlpha(flat.pixel(6, 6)), 0);
+}
+
+void TestComposite::flatEqualsThreeQPainterBlits_data()
+{
+    QTest::addColumn<int>("w");
+    QTest::addColumn<int>("h");
+    QTest::addColumn<int>("active");
+    QTest::addColumn<float>("opacity");
+    QTest::addColumn<bool>("visible");
+    QTest::newRow("middle layer") << 300 << 200 << 2 << 1.0f << true;
+    QTest::newRow("bottom layer, odd size") << 131 << 67 << 0 << 1.0f << true;
+    QTest::newRow("top layer") << 200 << 130 << 4 << 1.0f << true;
+    QTest::newRow("half opacity") << 300 << 200 << 1 << 0.5f << true;
+    QTest::newRow("opacity 0") << 150 << 150 << 3 << 0.0f << true;
+    QTest::newRow("hidden active") << 300 << 200 << 2 << 1.0f << false;
+    QTest::newRow("1080p") << 1920 << 1080 << 2 << 1.0f << true;
+}
+
+void TestComposite::flatEqualsThreeQPainterBlits()
+{
+    QFETCH(int, w);
+    QFETCH(int, h);
+    QFETCH(int, active);
+    QFETCH(float, opacity);
+    QFETCH(bool, visible);
+    std::mt19937 rng(uint(w * 31 + h + active));
+    QList<CanvasLayer> layers;
+    for (int i = 0; i < 5; ++i) {
+        CanvasLayer layer;
+        layer.name = QString::number(i);
+        layer.image = mixedLayer(w, h, rng);
+        layer.opacity = i == 1 ? 0.7f : 1.0f;
+        layers.append(layer);
+    }
+    CanvasDocument doc(w, h);
+    doc.setLayers(layers, active);
+    doc.setLayerOpacity(active, opacity);
+    doc.setLayerVisible(active, visible);
+    const QImage flat = doc.flatComposite();
+    QCOMPARE(flat, referenceFlatComposite(doc.belowComposite(), doc.activeImage(), visible, opacity,
+                                          doc.aboveComposite()));
+
+    // Painting into the active layer rebuilds from the cached partials alike.
+    QPainter painter(&doc.activeImage());
+    painter.fillRect(QRect(5, 5, w / 2, h / 3), QColor(10, 200, 90, 140));
+    painter.end();
+    doc.markPainted();
+    QCOMPARE(doc.flatComposite(), referenceFlatComposite(doc.belowComposite(), doc.activeImage(),
+                                                         visible, opacity, doc.aboveComposite()));
+}
+
+void TestComposite::partialRebuildEqualsFullBlits_data()
+{
+    QTest::addColumn<float>("opacity");
+    QTest::addColumn<bool>("eraser");
+    QTest::newRow("brush") << 1.0f << false;
+    QTest::newRow("brush at 0.6") << 0.6f << false;
+    QTest::newRow("eraser") << 1.0f << true;
+}
+
+// Strokes marked with their bounds rebuild only the tiles they touch; the
+// result must be what the three full-image blits give after every stroke.
+void TestComposite::partialRebuildEqualsFullBlits()
+{
+    QFETCH(float, opacity);
+    QFETCH(bool, eraser);
+    const int w = 517, h = 263;
+    std::mt19937 rng(77);
+    QList<CanvasLayer> layers;
+    for (int i = 0; i < 3; ++i) {
+        CanvasLayer layer;
+        layer.name = QString::number(i);
+        layer.image = mixedLayer(w, h, rng);
+        layers.append(layer);
+    }
+    CanvasDocument doc(w, h);
+    doc.setLayers(layers, 1);
+    doc.setLayerOpacity(1, opacity);
+    QImage held = doc.flatComposite();
+    for (int i = 0; i < 25; ++i) {
+        Stroke stroke;
+        stroke.color = QColor(int(rng() % 256), int(rng() % 256), int(rng() % 256),
+                              i % 3 ? 255 : int(rng() % 256));
+        stroke.width = float(1 + rng() % 40);
+        stroke.eraser = eraser && i % 2;
+        const int points = 1 + int(rng() % 6);
+        for (int k = 0; k < points; ++k)
+            stroke.points.append(
+                QPointF(int(rng() % unsigned(w + 40)) - 20, int(rng() % unsigned(h + 40)) - 20));
+        paintStroke(doc.activeImage(), stroke, 0);
+        doc.markPainted(strokeBounds(stroke, doc.size()));
+        // Every other result stays held, so the next rebuild works on a copy;
+        // otherwise it recomposes in place.
+        const QImage flat = doc.flatComposite();
+        held = i % 2 ? flat : QImage();
+        QCOMPARE(flat, referenceFlatComposite(doc.belowComposite(), doc.activeImage(), true,
+                                              opacity, doc.aboveComposite()));
+    }
+}
+
+// After the active layer changes, the partials are rebuilt and the next
+// rebuild is a full one even for a small painted area.
+void TestComposite::partialRebuildFollowsPartials()
+{
+    std::mt19937 rng(5);
+    QList<CanvasLayer> layers;
+    for (int i = 0; i < 3; ++i) {
+        CanvasLayer layer;
+        layer.name = QString::number(i);
+        layer.image = mixedLayer(200, 120, rng);
+        layers.append(layer);
+    }
+    CanvasDocument doc(200, 120);
+    doc.setLayers(layers, 1);
+    doc.flatComposite();
+    doc.setActiveLayer(2);
+    doc.rebuildPartials();
+    Stroke dot;
+    dot.color = QColor(200, 10, 10, 128);
+    dot.width = 6;
+    dot.points = {QPointF(10, 10)};
+    paintStroke(doc.activeImage(), dot, 0);
+    doc.markPainted(strokeBounds(dot, doc.size()));
+    QCOMPARE(doc.flatComposite(), referenceFlatComposite(doc.belowComposite(), doc.activeImage(),
+                                                         true, 1.0f, doc.aboveComposite()));
 }
 
 QTEST_MAIN(TestComposite)

@@ -1,3 +1,4 @@
+#include "ReferenceFill.h"
 #include "canvas/FloodFill.h"
 
 #include <QtTest>
@@ -88,6 +89,10 @@ private slots:
     void seedOutsideIgnored();
     void convertsOtherFormats();
     void matchesReferenceOnRandomImages();
+    void matchesBreadthFirstOnMazes_data();
+    void matchesBreadthFirstOnMazes();
+    void fillColourInsideTheRule();
+    void seedOutsideItsOwnRuleStillFilled();
 };
 
 void TestFill::packsLittleEndianWord()
@@ -241,7 +246,7 @@ void TestFill::matchesReferenceOnRandomImages()
     // A small palette makes large connected regions likely.
     const quint32 palette[] = {0x00000000u, 0x10ffffffu, 0xff2030f0u, 0xff2838e8u,
                                0x80808080u, 0xff000000u, 0x1f00ff00u};
-    for (int round = 0; round < 60; ++round) {
+    for (int round = 0; round < 300; ++round) {
         const int w = 1 + int(rng() % 48);
         const int h = 1 + int(rng() % 48);
         QImage image = blank(w, h);
@@ -250,12 +255,83 @@ void TestFill::matchesReferenceOnRandomImages()
                 setWord(image, x, y, palette[rng() % 7]);
         const int sx = int(rng() % quint32(w));
         const int sy = int(rng() % quint32(h));
-        const int tolerance = int(rng() % 256);
-        const quint32 fill = rng() | 0x01000000u;
+        const int tolerance = int(rng() % 270) - 10;
+        const quint32 fill = round % 3 == 0 ? palette[rng() % 7] : (rng() | 0x01000000u);
         const QImage expected = referenceFill(image, sx, sy, fill, tolerance);
         floodFill(image, sx, sy, fill, tolerance);
         QVERIFY2(image == expected, qPrintable(QString("round %1").arg(round)));
     }
+}
+
+void TestFill::matchesBreadthFirstOnMazes_data()
+{
+    QTest::addColumn<int>("w");
+    QTest::addColumn<int>("h");
+    QTest::addColumn<int>("cell");
+    QTest::addColumn<int>("tolerance");
+    QTest::addColumn<quint32>("fill");
+    QTest::newRow("1080p corridors") << 1920 << 1080 << 4 << 200 << Red;
+    QTest::newRow("thin corridors") << 301 << 203 << 2 << 200 << Red;
+    // The fill colour matches the rule: filled pixels must not be taken again.
+    QTest::newRow("fill inside the rule") << 300 << 200 << 3 << 200 << 0x40ff0000u;
+    // Tolerance 255 floods through the walls too.
+    QTest::newRow("through walls") << 200 << 100 << 4 << 255 << Red;
+}
+
+void TestFill::matchesBreadthFirstOnMazes()
+{
+    QFETCH(int, w);
+    QFETCH(int, h);
+    QFETCH(int, cell);
+    QFETCH(int, tolerance);
+    QFETCH(quint32, fill);
+    QImage ours = mazeImage(w, h, cell, 99u);
+    QImage reference = ours.copy();
+    floodFill(ours, 1, 1, fill, tolerance);
+    referenceBfsFill(reference, 1, 1, fill, tolerance);
+    QVERIFY(ours == reference);
+    // A perfect maze is connected: its last cell is reached too.
+    const int lastX = 1 + ((w - 1) / cell - 1) * cell;
+    const int lastY = 1 + ((h - 1) / cell - 1) * cell;
+    QCOMPARE(word(ours, lastX, lastY), fill);
+}
+
+void TestFill::fillColourInsideTheRule()
+{
+    // Pixels that already have the fill colour sit inside the region; the
+    // fill must still reach what lies beyond them.
+    QImage image = blank(40, 10);
+    const quint32 fill = 0x20123456u; // alpha 32: matches a tolerance of 200
+    for (int y = 0; y < 10; ++y)
+        setWord(image, 20, y, fill);
+    QImage reference = image.copy();
+    floodFill(image, 0, 0, fill, 200);
+    referenceBfsFill(reference, 0, 0, fill, 200);
+    QVERIFY(image == reference);
+    QCOMPARE(word(image, 39, 9), fill);
+}
+
+void TestFill::seedOutsideItsOwnRuleStillFilled()
+{
+    // A nearly transparent seed (alpha 20) with tolerance 10: the seed itself
+    // does not pass the rule, yet it is filled and the region grows from it.
+    QImage image = blank(8, 8);
+    setWord(image, 3, 3, 0x14000000u);
+    for (int x = 0; x < 8; ++x)
+        setWord(image, x, 5, 0x30000000u);
+    QImage reference = image.copy();
+    floodFill(image, 3, 3, Red, 10);
+    referenceBfsFill(reference, 3, 3, Red, 10);
+    QVERIFY(image == reference);
+    QCOMPARE(word(image, 3, 3), Red);
+    QCOMPARE(word(image, 0, 0), Red);
+    QCOMPARE(word(image, 0, 6), 0u);
+
+    // With a negative tolerance nothing passes: only the seed changes.
+    QImage lone = blank(4, 4);
+    floodFill(lone, 1, 1, Red, -1);
+    QCOMPARE(word(lone, 1, 1), Red);
+    QCOMPARE(word(lone, 2, 1), 0u);
 }
 
 QTEST_MAIN(TestFill)

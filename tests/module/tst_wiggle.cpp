@@ -32,6 +32,8 @@ private slots:
     void signsAreBalanced();
     void warpMatchesReference_data();
     void warpMatchesReference();
+    void handMadeFieldsMatchReference_data();
+    void handMadeFieldsMatchReference();
     void edgesNeverSampleOutside();
     void nullInputStaysNull();
     void settingMappings_data();
@@ -117,6 +119,9 @@ void TestWiggle::warpMatchesReference_data()
     QTest::newRow("one column") << 1 << 60 << 4.0f << 3u;
     QTest::newRow("wide") << 301 << 97 << 1.25f << 4u;
     QTest::newRow("tiny amount") << 64 << 64 << 0.1f << 5u;
+    QTest::newRow("whole amount") << 250 << 130 << 1.0f << 6u;
+    QTest::newRow("1080p") << 1920 << 1080 << 2.5f << 7u;
+    QTest::newRow("largest setting at 4K") << 3840 << 2160 << 4.0f << 8u;
 }
 
 void TestWiggle::warpMatchesReference()
@@ -132,6 +137,44 @@ void TestWiggle::warpMatchesReference()
     const QImage warped = warpImage(input, grid);
     QCOMPARE(warped.format(), QImage::Format_RGBA8888);
     QCOMPARE(warped, referenceWarp(input, grid));
+}
+
+// Fields makeWiggleGrid never rolls: small whole offsets of every sign and
+// size (many pixels land exactly half-way between two offsets), fractional
+// offsets, and whole offsets too large for exact integer blending.
+void TestWiggle::handMadeFieldsMatchReference_data()
+{
+    QTest::addColumn<int>("w");
+    QTest::addColumn<int>("h");
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<uint>("seed");
+    QTest::newRow("whole -3..3") << 200 << 170 << 0 << 11u;
+    QTest::newRow("whole -3..3 at 1080p") << 1920 << 1080 << 0 << 12u;
+    QTest::newRow("fractional") << 180 << 100 << 1 << 13u;
+    QTest::newRow("whole -40..40") << 1000 << 90 << 2 << 14u;
+    QTest::newRow("whole -300..300") << 500 << 400 << 3 << 15u;
+}
+
+void TestWiggle::handMadeFieldsMatchReference()
+{
+    QFETCH(int, w);
+    QFETCH(int, h);
+    QFETCH(int, kind);
+    QFETCH(uint, seed);
+    std::mt19937 rng(seed);
+    const QImage input = randomImage(w, h, rng);
+    WiggleGrid grid;
+    makeWiggleGrid(grid, w, h, 1.0f, rng);
+    const int range[] = {3, 0, 40, 300};
+    for (std::vector<float> *offsets : {&grid.offsetsX, &grid.offsetsY}) {
+        for (float &v : *offsets) {
+            if (kind == 1)
+                v = float(int(rng() % 2001) - 1000) / 250.0f;
+            else
+                v = float(int(rng() % unsigned(2 * range[kind] + 1)) - range[kind]);
+        }
+    }
+    QCOMPARE(warpImage(input, grid), referenceWarp(input, grid));
 }
 
 void TestWiggle::edgesNeverSampleOutside()
