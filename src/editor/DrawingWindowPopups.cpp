@@ -87,6 +87,17 @@ QWidget *popupSeparator(QWidget *parent, int height)
     return line;
 }
 
+// The one-row pop-ups: a label, then a slider and its spin box.
+void addSliderRow(QFrame *popup, const QString &label, QSlider *slider, QSpinBox *spin)
+{
+    auto *layout = new QHBoxLayout(popup);
+    layout->setContentsMargins(8, 6, 8, 6);
+    layout->setSpacing(6);
+    layout->addWidget(new QLabel(label, popup));
+    layout->addWidget(slider);
+    layout->addWidget(spin);
+}
+
 } // namespace
 
 QFrame *DrawingWindow::makePopup(const char *objectName, int frameStyle, const QString &moreStyle)
@@ -155,14 +166,9 @@ void DrawingWindow::buildJitterPopup()
 void DrawingWindow::buildFillPopup()
 {
     m_fillPopup = makePopup("fillPopup", QFrame::Box | QFrame::Plain);
-    auto *layout = new QHBoxLayout(m_fillPopup);
-    layout->setContentsMargins(8, 6, 8, 6);
-    layout->setSpacing(6);
     m_fillSlider = popupSlider(m_fillPopup, 255, 30, 90);
     m_fillSpin = popupSpin(m_fillPopup, 255, 30, "", 56);
-    layout->addWidget(new QLabel(QStringLiteral("Tolerance:"), m_fillPopup));
-    layout->addWidget(m_fillSlider);
-    layout->addWidget(m_fillSpin);
+    addSliderRow(m_fillPopup, QStringLiteral("Tolerance:"), m_fillSlider, m_fillSpin);
     connect(m_fillSlider, &QSlider::valueChanged, this, &DrawingWindow::onFillToleranceChanged);
     connect(m_fillSpin, &QSpinBox::valueChanged, this, &DrawingWindow::onFillToleranceSpinChanged);
     m_fillPopup->adjustSize();
@@ -243,14 +249,9 @@ void DrawingWindow::buildShapesPopup()
 void DrawingWindow::buildPreviewPopup()
 {
     m_previewPopup = makePopup("previewPopup", QFrame::Box | QFrame::Plain);
-    auto *layout = new QHBoxLayout(m_previewPopup);
-    layout->setContentsMargins(8, 6, 8, 6);
-    layout->setSpacing(6);
     m_previewSlider = popupSlider(m_previewPopup, 100, 100, 90);
     m_previewSpin = popupSpin(m_previewPopup, 100, 100, "%", 68);
-    layout->addWidget(new QLabel(QStringLiteral("Opacity:"), m_previewPopup));
-    layout->addWidget(m_previewSlider);
-    layout->addWidget(m_previewSpin);
+    addSliderRow(m_previewPopup, QStringLiteral("Opacity:"), m_previewSlider, m_previewSpin);
     connect(m_previewSlider, &QSlider::valueChanged, this, &DrawingWindow::onPreviewOpacityChanged);
     connect(m_previewSpin, &QSpinBox::valueChanged, this,
             &DrawingWindow::onPreviewOpacitySpinChanged);
