@@ -2,10 +2,10 @@
 #include "BenchSummary.h"
 
 #include "ReferenceComposite.h"
-#include "canvas/CanvasDocument.h"
+#include "engine/CanvasDocument.h"
 #include "canvas/CanvasWidget.h"
-#include "canvas/StrokePainter.h"
-#include "editor/CanvasSaver.h"
+#include "engine/StrokePainter.h"
+#include "files/CanvasSaver.h"
 
 #include <QApplication>
 #include <QMouseEvent>

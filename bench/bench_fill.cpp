@@ -1,7 +1,7 @@
 #include "BenchSummary.h"
 
 #include "ReferenceFill.h"
-#include "canvas/FloodFill.h"
+#include "engine/FloodFill.h"
 
 #include <QImage>
 

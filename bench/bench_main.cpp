@@ -1,7 +1,7 @@
 #include "BenchMemory.h"
 #include "BenchSummary.h"
 
-#include "module/Log.h"
+#include "common/Log.h"
 
 #include <QApplication>
 

@@ -1,7 +1,7 @@
 #include "BenchMemory.h"
 #include "BenchSummary.h"
 
-#include "canvas/CanvasDocument.h"
+#include "engine/CanvasDocument.h"
 
 #include <QCoreApplication>
 #include <QFile>

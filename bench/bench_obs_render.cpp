@@ -6,7 +6,7 @@
 #include "BenchDrawing.h"
 #include "ObsHost.h"
 
-#include "module/CanvasSource.h"
+#include "CanvasSource.h"
 
 #include <obs.h>
 

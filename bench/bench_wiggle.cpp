@@ -1,7 +1,7 @@
 #include "BenchSummary.h"
 
 #include "ReferenceWarp.h"
-#include "module/Wiggle.h"
+#include "common/Wiggle.h"
 
 #include <QImage>
 

@@ -1,7 +1,7 @@
-#include "module/CanvasSource.h"
+#include "CanvasSource.h"
 
-#include "module/CanvasDirectory.h"
-#include "module/SourceRegistry.h"
+#include "files/CanvasDirectory.h"
+#include "SourceRegistry.h"
 
 #include <obs.h>
 #include <util/platform.h>

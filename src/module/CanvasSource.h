@@ -1,8 +1,8 @@
 #pragma once
 
-#include "canvas/Stroke.h"
-#include "module/PerfWindow.h"
-#include "module/Wiggle.h"
+#include "engine/Stroke.h"
+#include "PerfWindow.h"
+#include "common/Wiggle.h"
 
 #include <QImage>
 #include <QMutex>

@@ -1,4 +1,4 @@
-#include "module/FrontendApi.h"
+#include "FrontendApi.h"
 
 #include <obs-frontend-api.h>
 

@@ -1,9 +1,9 @@
-#include "module/ObsDockHost.h"
+#include "ObsDockHost.h"
 
-#include "coop/CoopSource.h"
-#include "editor/EditorSource.h"
-#include "module/FrontendApi.h"
-#include "module/ObsEditorSource.h"
+#include "CoopSource.h"
+#include "source/EditorSource.h"
+#include "FrontendApi.h"
+#include "ObsEditorSource.h"
 
 #include <obs.hpp>
 

@@ -1,10 +1,10 @@
-#include "module/ObsEditorSource.h"
+#include "ObsEditorSource.h"
 
-#include "editor/CanvasFiles.h"
-#include "module/CanvasSource.h"
-#include "module/FrontendApi.h"
-#include "module/SceneCapture.h"
-#include "module/SourceRegistry.h"
+#include "files/CanvasFiles.h"
+#include "CanvasSource.h"
+#include "FrontendApi.h"
+#include "SceneCapture.h"
+#include "SourceRegistry.h"
 
 #include <obs.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "editor/EditorSource.h"
+#include "source/EditorSource.h"
 
 #include <memory>
 

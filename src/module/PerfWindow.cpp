@@ -1,4 +1,4 @@
-#include "module/PerfWindow.h"
+#include "PerfWindow.h"
 
 #include <obs.h>
 

@@ -1,11 +1,11 @@
-#include "coop/CoopSource.h"
+#include "CoopSource.h"
 #include "dock/DockPlacement.h"
 #include "dock/PluginDock.h"
-#include "module/CanvasSource.h"
-#include "module/FrontendApi.h"
-#include "module/Log.h"
-#include "module/ObsDockHost.h"
-#include "module/Version.h"
+#include "CanvasSource.h"
+#include "FrontendApi.h"
+#include "common/Log.h"
+#include "ObsDockHost.h"
+#include "common/Version.h"
 #include "update/UpdateChecker.h"
 
 #include <QDockWidget>

@@ -1,7 +1,7 @@
-#include "module/SceneCapture.h"
+#include "SceneCapture.h"
 
-#include "module/CanvasSource.h"
-#include "module/FrontendApi.h"
+#include "CanvasSource.h"
+#include "FrontendApi.h"
 
 #include <obs.hpp>
 

@@ -1,4 +1,4 @@
-#include "module/SourceRegistry.h"
+#include "SourceRegistry.h"
 
 #include <QMutexLocker>
 

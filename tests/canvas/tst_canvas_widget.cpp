@@ -1,8 +1,8 @@
 #include "SignalLog.h"
 
 #include "canvas/CanvasWidget.h"
-#include "editor/Icons.h"
-#include "editor/TintedIcon.h"
+#include "widgets/Icons.h"
+#include "widgets/TintedIcon.h"
 
 #include <QtTest>
 

@@ -1,8 +1,8 @@
 #include "LogCapture.h"
 #include "ReferenceComposite.h"
 
-#include "canvas/CanvasDocument.h"
-#include "canvas/StrokePainter.h"
+#include "engine/CanvasDocument.h"
+#include "engine/StrokePainter.h"
 
 #include <QPainter>
 #include <QRegularExpression>

@@ -1,6 +1,6 @@
 #include "SignalLog.h"
 
-#include "canvas/CanvasDocument.h"
+#include "engine/CanvasDocument.h"
 
 #include <QPainter>
 #include <QtTest>

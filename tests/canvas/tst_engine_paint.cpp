@@ -1,7 +1,7 @@
 #include "LogCapture.h"
 
-#include "canvas/FloodFill.h"
-#include "canvas/StrokePainter.h"
+#include "engine/FloodFill.h"
+#include "engine/StrokePainter.h"
 
 #include <QPainter>
 #include <QRegularExpression>

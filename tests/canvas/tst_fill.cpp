@@ -1,5 +1,5 @@
 #include "ReferenceFill.h"
-#include "canvas/FloodFill.h"
+#include "engine/FloodFill.h"
 
 #include <QtTest>
 

@@ -1,5 +1,5 @@
-#include "canvas/ShapePath.h"
-#include "canvas/Stroke.h"
+#include "engine/ShapePath.h"
+#include "engine/Stroke.h"
 
 #include <QtTest>
 

@@ -1,7 +1,7 @@
-#include "canvas/StrokePainter.h"
+#include "engine/StrokePainter.h"
 #include "coop/CoopCanvas.h"
 #include "coop/CoopSession.h"
-#include "module/Log.h"
+#include "common/Log.h"
 
 #include <QSignalSpy>
 #include <QtTest>

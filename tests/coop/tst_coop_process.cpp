@@ -1,7 +1,7 @@
 #include "coop/CoopCanvas.h"
 #include "coop/CoopSession.h"
 #include "coop/StrokeJson.h"
-#include "module/Log.h"
+#include "common/Log.h"
 
 #include <QJsonDocument>
 #include <QTemporaryDir>

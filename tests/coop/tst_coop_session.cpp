@@ -3,7 +3,7 @@
 #include "coop/CoopProtocol.h"
 #include "coop/CoopSession.h"
 #include "coop/StrokeJson.h"
-#include "module/Log.h"
+#include "common/Log.h"
 
 #include <QJsonArray>
 #include <QPainter>

@@ -8,11 +8,11 @@
 #include "ObsHost.h"
 #include "TestImages.h"
 
-#include "canvas/Stroke.h"
+#include "engine/Stroke.h"
 #include "coop/CoopCanvas.h"
 #include "coop/CoopSession.h"
-#include "coop/CoopSource.h"
-#include "module/Wiggle.h"
+#include "CoopSource.h"
+#include "common/Wiggle.h"
 
 #include <obs-module.h>
 

@@ -25,12 +25,12 @@
 #include "dock/PluginDock.h"
 #include "dock/SetupDialog.h"
 #include "editor/DrawingWindow.h"
-#include "editor/Icons.h"
-#include "editor/TintedIcon.h"
-#include "module/FrontendApi.h"
-#include "module/ObsDockHost.h"
-#include "module/ObsEditorSource.h"
-#include "module/SourceRegistry.h"
+#include "widgets/Icons.h"
+#include "widgets/TintedIcon.h"
+#include "FrontendApi.h"
+#include "ObsDockHost.h"
+#include "ObsEditorSource.h"
+#include "SourceRegistry.h"
 #include "update/UpdateChecker.h"
 
 #include <obs.hpp>

@@ -19,7 +19,7 @@ fail() { echo "E2E FAIL: $*"; exit 1; }
 cd "$SRC"
 rm -rf "$OUT"
 mkdir -p "$OUT"
-tools/inroot/install-into-obs "$OUT/home" >/dev/null
+tools/inroot/install-into-obs "$OUT/home" "$BUILD/src/module/obs-pennoria-draw.so" >/dev/null
 CFG="$OUT/home/config/obs-studio"
 export XDG_CONFIG_HOME="$OUT/home/config"
 export LIBGL_ALWAYS_SOFTWARE=1

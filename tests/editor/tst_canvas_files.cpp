@@ -1,9 +1,9 @@
 #include "LogCapture.h"
 
-#include "canvas/CanvasDocument.h"
-#include "editor/CanvasFiles.h"
-#include "editor/CanvasSaver.h"
-#include "module/CanvasDirectory.h"
+#include "engine/CanvasDocument.h"
+#include "files/CanvasFiles.h"
+#include "files/CanvasSaver.h"
+#include "files/CanvasDirectory.h"
 
 #include <QDir>
 #include <QFile>

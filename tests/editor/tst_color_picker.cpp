@@ -1,6 +1,6 @@
 #include "Screenshot.h"
 
-#include "editor/ColorPickerWidget.h"
+#include "widgets/ColorPickerWidget.h"
 
 #include <QApplication>
 #include <QClipboard>

@@ -3,13 +3,13 @@
 #include "Screenshot.h"
 
 #include "canvas/CanvasWidget.h"
-#include "canvas/Stroke.h"
+#include "engine/Stroke.h"
 #include "coop/CoopCanvas.h"
 #include "coop/CoopSession.h"
-#include "editor/ColorPickerWidget.h"
+#include "widgets/ColorPickerWidget.h"
 #include "editor/CoopUsersPopup.h"
 #include "editor/DrawingWindow.h"
-#include "editor/LongPressButton.h"
+#include "widgets/LongPressButton.h"
 #include "layers/LayerPanel.h"
 
 #include <QButtonGroup>

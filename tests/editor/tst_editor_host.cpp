@@ -11,17 +11,17 @@
 #include "EditorTestInput.h"
 #include "ObsHost.h"
 
-#include "canvas/CanvasDocument.h"
+#include "engine/CanvasDocument.h"
 #include "canvas/CanvasWidget.h"
-#include "editor/CanvasFiles.h"
-#include "editor/CanvasSaver.h"
+#include "files/CanvasFiles.h"
+#include "files/CanvasSaver.h"
 #include "editor/DrawingWindow.h"
-#include "editor/LongPressButton.h"
-#include "module/CanvasDirectory.h"
-#include "module/CanvasSource.h"
-#include "module/FrontendApi.h"
-#include "module/ObsEditorSource.h"
-#include "module/SourceRegistry.h"
+#include "widgets/LongPressButton.h"
+#include "files/CanvasDirectory.h"
+#include "CanvasSource.h"
+#include "FrontendApi.h"
+#include "ObsEditorSource.h"
+#include "SourceRegistry.h"
 
 #include <obs-module.h>
 

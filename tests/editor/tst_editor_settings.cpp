@@ -1,6 +1,6 @@
 #include "LogCapture.h"
 
-#include "editor/EditorSettings.h"
+#include "settings/EditorSettings.h"
 
 #include <QSettings>
 #include <QTemporaryDir>

@@ -1,6 +1,6 @@
 #include "Screenshot.h"
 
-#include "editor/LongPressButton.h"
+#include "widgets/LongPressButton.h"
 
 #include <QSignalSpy>
 #include <QTimer>

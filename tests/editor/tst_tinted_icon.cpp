@@ -1,7 +1,7 @@
 #include "Screenshot.h"
 
-#include "editor/Icons.h"
-#include "editor/TintedIcon.h"
+#include "widgets/Icons.h"
+#include "widgets/TintedIcon.h"
 
 #include <QGridLayout>
 

@@ -2,7 +2,7 @@
 
 #include "canvas/CanvasWidget.h"
 #include "layers/LayerPanel.h"
-#include "module/Log.h"
+#include "common/Log.h"
 
 #include <QFrame>
 #include <QLabel>

@@ -9,11 +9,11 @@
 #include "TestImages.h"
 
 #include "dock/PluginDock.h"
-#include "module/CanvasDirectory.h"
-#include "module/CanvasSource.h"
-#include "module/FrontendApi.h"
-#include "module/SceneCapture.h"
-#include "module/SourceRegistry.h"
+#include "files/CanvasDirectory.h"
+#include "CanvasSource.h"
+#include "FrontendApi.h"
+#include "SceneCapture.h"
+#include "SourceRegistry.h"
 
 #include <obs-module.h>
 #include <util/platform.h>

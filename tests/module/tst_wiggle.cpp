@@ -1,5 +1,5 @@
 #include "ReferenceWarp.h"
-#include "module/Wiggle.h"
+#include "common/Wiggle.h"
 
 #include <QtTest>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "module/Wiggle.h"
+#include "common/Wiggle.h"
 
 #include <QImage>
 

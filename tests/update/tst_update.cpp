@@ -1,4 +1,4 @@
-#include "../editor/LogCapture.h"
+#include "LogCapture.h"
 #include "FakeHttpServer.h"
 
 #include "update/HttpFetch.h"

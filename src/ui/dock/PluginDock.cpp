@@ -1,0 +1,184 @@
+#include "dock/PluginDock.h"
+
+#include "coop/CoopCanvas.h"
+#include "coop/CoopSession.h"
+#include "dock/CanvasChooser.h"
+#include "dock/SetupDialog.h"
+#include "editor/DrawingWindow.h"
+#include "source/EditorSource.h"
+#include "widgets/Icons.h"
+#include "widgets/TintedIcon.h"
+#include "update/UpdateChecker.h"
+
+#include <QDesktopServices>
+#include <QHBoxLayout>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QUrl>
+#include <QVBoxLayout>
+
+PluginDock::PluginDock(std::unique_ptr<DockHost> host, UpdateChecker *updateChecker,
+                       QWidget *parent)
+    : QWidget(parent), m_updateChecker(updateChecker), m_host(std::move(host))
+{
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(6, 6, 6, 6);
+    auto *row = new QHBoxLayout;
+    row->setContentsMargins(0, 0, 0, 0);
+    row->setSpacing(6);
+
+    m_drawButton = new QPushButton(QStringLiteral("  Draw"), this);
+    m_drawButton->setObjectName(QStringLiteral("drawButton"));
+    m_drawButton->setIcon(
+        tintedSvgIcon(Icons::Drawing, palette().color(QPalette::ButtonText), QSize(16, 16)));
+    m_drawButton->setIconSize(QSize(16, 16));
+    m_drawButton->setToolTip(
+        QStringLiteral("Open or create a Pennoria Canvas on the current scene"));
+    m_drawButton->setMinimumHeight(32);
+    row->addWidget(m_drawButton, 1);
+    connect(m_drawButton, &QPushButton::clicked, this, &PluginDock::onButtonClicked);
+
+    m_coopButton = new QPushButton(this);
+    m_coopButton->setObjectName(QStringLiteral("coopButton"));
+    m_coopButton->setFixedSize(32, 32);
+    m_coopButton->setIconSize(QSize(18, 18));
+    row->addWidget(m_coopButton);
+    connect(m_coopButton, &QPushButton::clicked, this, &PluginDock::onCoopButtonClicked);
+
+    layout->addLayout(row);
+    layout->addStretch();
+
+    if (m_updateChecker) {
+        m_updateChecker->setParent(this);
+        connect(m_updateChecker, &UpdateChecker::updateAvailable, this,
+                &PluginDock::onUpdateAvailable);
+        m_updateChecker->start();
+    }
+
+    CoopCanvas::instance();
+    m_host->prepareCoopCanvas();
+
+    CoopSession &session = CoopSession::instance();
+    connect(&session, &CoopSession::roleChanged, this, &PluginDock::updateCoopButton);
+    connect(&session, &CoopSession::hostingStarted, this, &PluginDock::updateCoopButton);
+    connect(&session, &CoopSession::connectedToHost, this, &PluginDock::updateCoopButton);
+    connect(&session, &CoopSession::sessionEnded, this, &PluginDock::updateCoopButton);
+    connect(&session, &CoopSession::connectionError, this, &PluginDock::onConnectionError);
+    connect(&session, &CoopSession::kicked, this, &PluginDock::onKicked);
+    updateCoopButton();
+}
+
+// The update checker, a child, waits for its worker when it is deleted.
+PluginDock::~PluginDock() = default;
+
+bool PluginDock::coopAvailable()
+{
+    return CoopSession::instance().role() != CoopSession::Role::None &&
+           !m_host->findSources(CoopCanvasTypeId).isEmpty();
+}
+
+void PluginDock::onButtonClicked()
+{
+    const QList<DockSource> canvases = m_host->findSources(CanvasTypeId);
+    const bool withCoop = coopAvailable();
+    if (canvases.size() == 1 && !withCoop)
+        openEditor(canvases.first());
+    else if (canvases.isEmpty() && withCoop)
+        openCoopEditor();
+    else if (canvases.isEmpty())
+        createCanvas();
+    else
+        chooseCanvas(canvases, withCoop);
+}
+
+void PluginDock::createCanvas()
+{
+    QPointer<PluginDock> self(this);
+    auto *dialog = new SetupDialog(m_host->mainWindow(), QStringLiteral("Pennoria Canvas"));
+    const bool accepted = dialog->exec() == QDialog::Accepted;
+    const QString name = dialog->name();
+    dialog->deleteLater();
+    if (self && accepted && !name.isEmpty())
+        m_host->createSourceOnTop(CanvasTypeId, name);
+}
+
+void PluginDock::chooseCanvas(const QList<DockSource> &canvases, bool withCoop)
+{
+    QStringList names;
+    for (const DockSource &canvas : canvases)
+        names << canvas.name;
+    CanvasChooser::CoopEntry coopEntry = CanvasChooser::CoopEntry::None;
+    if (withCoop)
+        coopEntry = CoopSession::instance().role() == CoopSession::Role::Host
+                        ? CanvasChooser::CoopEntry::Hosting
+                        : CanvasChooser::CoopEntry::Joined;
+
+    QPointer<PluginDock> self(this);
+    auto *chooser = new CanvasChooser(m_host->mainWindow(), names, coopEntry);
+    const bool accepted = chooser->exec() == QDialog::Accepted;
+    const bool coopChosen = chooser->coopChosen();
+    const int chosen = chooser->chosenCanvas();
+    chooser->deleteLater();
+    if (!self || !accepted)
+        return;
+    if (coopChosen)
+        openCoopEditor();
+    else if (chosen >= 0 && chosen < canvases.size())
+        openEditor(canvases[chosen]);
+}
+
+void PluginDock::openEditor(const DockSource &source)
+{
+    QWidget *mainWindow = m_host->mainWindow();
+    std::unique_ptr<EditorSource> editorSource = m_host->editorSource(source);
+    if (!editorSource) {
+        QMessageBox::warning(mainWindow, QStringLiteral("Pennoria: Draw"),
+                             QStringLiteral("Could not locate the canvas source data.\n"
+                                            "Try restarting OBS."),
+                             QMessageBox::Ok);
+        return;
+    }
+
+    const QString key = source.uuid;
+    if (DrawingWindow *open = m_windows.value(key)) {
+        open->showNormal();
+        open->raise();
+        open->activateWindow();
+        return;
+    }
+
+    auto *window = new DrawingWindow(std::move(editorSource), mainWindow, false);
+    window->setAttribute(Qt::WA_DeleteOnClose);
+    QString scene = m_host->currentSceneName();
+    if (scene.isEmpty())
+        scene = QStringLiteral("Unknown");
+    window->setWindowTitle(QStringLiteral("Pennoria: Draw [%1: %2]").arg(scene, source.name));
+    m_windows.insert(key, window);
+    window->show();
+    window->raise();
+    window->activateWindow();
+}
+
+void PluginDock::openCoopEditor()
+{
+    auto *window = new DrawingWindow(nullptr, m_host->mainWindow(), true);
+    window->setAttribute(Qt::WA_DeleteOnClose);
+    window->show();
+    window->raise();
+    window->activateWindow();
+}
+
+void PluginDock::onUpdateAvailable(const QString &latestVersion, const QString &downloadUrl)
+{
+    QPointer<QMessageBox> box = new QMessageBox(m_host->mainWindow());
+    box->setWindowTitle(QStringLiteral("Pennoria: Draw"));
+    box->setIcon(QMessageBox::Information);
+    box->setText(QStringLiteral("Update available: %1").arg(latestVersion));
+    box->setInformativeText(QStringLiteral("Would you like to update now?"));
+    box->setStandardButtons(QMessageBox::Yes | QMessageBox::No);
+    box->setDefaultButton(QMessageBox::Yes);
+    const int answer = box->exec();
+    delete box;
+    if (answer == QMessageBox::Yes)
+        QDesktopServices::openUrl(QUrl(downloadUrl));
+}

@@ -1,0 +1,149 @@
+// The dock's co-op button: its states and the host, join and leave dialogs.
+#include "dock/PluginDock.h"
+
+#include "coop/CoopSession.h"
+#include "dock/CoopDialogs.h"
+#include "dock/SetupDialog.h"
+#include "widgets/Icons.h"
+#include "widgets/TintedIcon.h"
+
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSettings>
+
+namespace {
+
+const QString CoopTitle = QStringLiteral("Pennoria: Draw Co-op");
+const QString NicknameKey = QStringLiteral("nickname");
+const QString LastJoinIpKey = QStringLiteral("lastJoinIp");
+
+QSettings coopSettings()
+{
+    return QSettings(QStringLiteral("PennoriaDraw"), QStringLiteral("Coop"));
+}
+
+} // namespace
+
+void PluginDock::updateCoopButton()
+{
+    static const QString Green = QStringLiteral("QPushButton { background-color: #2e8b2e; border: "
+                                                "1px solid #246b24; border-radius: 4px; }");
+    static const QString Amber = QStringLiteral("QPushButton { background-color: #c8861a; border: "
+                                                "1px solid #9c6712; border-radius: 4px; }");
+
+    const CoopSession &session = CoopSession::instance();
+    QString style;
+    QString tip;
+    switch (session.role()) {
+    case CoopSession::Role::Client:
+        style = session.isWelcomed() ? Green : Amber;
+        tip = session.isWelcomed()
+                  ? QStringLiteral("Connected to a co-op session \u2014 click to leave")
+                  : QStringLiteral("Connecting to host\u2026");
+        break;
+    case CoopSession::Role::Host:
+        style = Green;
+        tip = QStringLiteral("Hosting co-op on port %1 \u2014 click to stop").arg(CoopPort);
+        break;
+    case CoopSession::Role::None:
+        tip = QStringLiteral("Host or join a Pennoria: Draw co-op session");
+        break;
+    }
+    const QColor iconColor =
+        style.isEmpty() ? palette().color(QPalette::ButtonText) : QColor(Qt::white);
+    m_coopButton->setStyleSheet(style);
+    m_coopButton->setIcon(tintedSvgIcon(Icons::People, iconColor, QSize(18, 18)));
+    m_coopButton->setToolTip(tip);
+}
+
+void PluginDock::onCoopButtonClicked()
+{
+    CoopSession &session = CoopSession::instance();
+    QWidget *mainWindow = m_host->mainWindow();
+    if (session.role() != CoopSession::Role::None) {
+        const QString question =
+            session.role() == CoopSession::Role::Host
+                ? QStringLiteral(
+                      "Stop hosting the co-op session?\nAll joiners will be disconnected.")
+                : QStringLiteral("Leave the co-op session?");
+        if (QMessageBox::question(mainWindow, CoopTitle, question,
+                                  QMessageBox::Yes | QMessageBox::No) == QMessageBox::Yes)
+            session.stop();
+        return;
+    }
+
+    QPointer<PluginDock> self(this);
+    if (m_host->findSources(CoopCanvasTypeId).isEmpty()) {
+        auto *setup = new SetupDialog(mainWindow, QStringLiteral("Pennoria Co-op Canvas"));
+        setup->setWindowTitle(QStringLiteral("Create Co-op Canvas"));
+        const bool accepted = setup->exec() == QDialog::Accepted;
+        const QString name = setup->name();
+        setup->deleteLater();
+        if (!self || !accepted || name.isEmpty())
+            return;
+        m_host->createSourceOnTop(CoopCanvasTypeId, name);
+    }
+
+    auto *dialog = new CoopModeDialog(mainWindow, coopSettings().value(NicknameKey).toString());
+    const bool accepted = dialog->exec() == QDialog::Accepted;
+    const CoopModeDialog::Choice choice = dialog->choice();
+    const QString nickname = dialog->nickname();
+    dialog->deleteLater();
+    if (!self || !accepted || choice == CoopModeDialog::Choice::None)
+        return;
+    coopSettings().setValue(NicknameKey, nickname);
+    if (choice == CoopModeDialog::Choice::Host)
+        startHosting(nickname);
+    else
+        askToJoin(nickname);
+}
+
+void PluginDock::startHosting(const QString &nickname)
+{
+    CoopSession &session = CoopSession::instance();
+    QWidget *mainWindow = m_host->mainWindow();
+    if (session.host(nickname, CoopPort)) {
+        QMessageBox::information(
+            mainWindow, CoopTitle,
+            QStringLiteral("Now hosting a Pennoria: Draw Co-op server on port %1!\n\n"
+                           "Please give your friends your public IP address so they can join.\n\n"
+                           "If you have not port forwarded port %1 already, please do so now, "
+                           "then stop and re-start the server.")
+                .arg(CoopPort));
+    } else {
+        QMessageBox::warning(mainWindow, CoopTitle,
+                             QStringLiteral("Could not start hosting:\n") + session.lastError());
+    }
+}
+
+void PluginDock::askToJoin(const QString &nickname)
+{
+    QPointer<PluginDock> self(this);
+    auto *dialog =
+        new JoinDialog(m_host->mainWindow(), coopSettings().value(LastJoinIpKey).toString());
+    const bool accepted = dialog->exec() == QDialog::Accepted;
+    const QString address = dialog->address();
+    dialog->deleteLater();
+    if (!accepted)
+        return;
+    coopSettings().setValue(LastJoinIpKey, address);
+    if (self && !address.isEmpty())
+        CoopSession::instance().join(address, nickname, CoopPort);
+}
+
+void PluginDock::onConnectionError(const QString &message)
+{
+    updateCoopButton();
+    // Shown once the session has finished emitting, not inside its handler.
+    QMetaObject::invokeMethod(
+        this, [this, message] { QMessageBox::warning(m_host->mainWindow(), CoopTitle, message); },
+        Qt::QueuedConnection);
+}
+
+void PluginDock::onKicked(const QString &reason)
+{
+    updateCoopButton();
+    QMetaObject::invokeMethod(
+        this, [this, reason] { QMessageBox::information(m_host->mainWindow(), CoopTitle, reason); },
+        Qt::QueuedConnection);
+}
