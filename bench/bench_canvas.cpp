@@ -2,8 +2,8 @@
 #include "BenchSummary.h"
 
 #include "ReferenceComposite.h"
-#include "engine/CanvasDocument.h"
 #include "canvas/CanvasWidget.h"
+#include "engine/CanvasDocument.h"
 #include "engine/StrokePainter.h"
 #include "files/CanvasSaver.h"
 

@@ -1,7 +1,7 @@
 #include "CanvasSource.h"
 
-#include "files/CanvasDirectory.h"
 #include "SourceRegistry.h"
+#include "files/CanvasDirectory.h"
 
 #include <obs.h>
 #include <util/platform.h>

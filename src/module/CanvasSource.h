@@ -1,8 +1,8 @@
 #pragma once
 
-#include "engine/Stroke.h"
 #include "PerfWindow.h"
 #include "common/Wiggle.h"
+#include "engine/Stroke.h"
 
 #include <QImage>
 #include <QMutex>

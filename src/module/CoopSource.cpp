@@ -1,9 +1,9 @@
 #include "CoopSource.h"
 
-#include "coop/CoopCanvas.h"
-#include "coop/CoopSession.h"
 #include "PerfWindow.h"
 #include "common/Wiggle.h"
+#include "coop/CoopCanvas.h"
+#include "coop/CoopSession.h"
 
 #include <obs.h>
 #include <util/platform.h>

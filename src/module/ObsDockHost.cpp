@@ -1,9 +1,9 @@
 #include "ObsDockHost.h"
 
 #include "CoopSource.h"
-#include "source/EditorSource.h"
 #include "FrontendApi.h"
 #include "ObsEditorSource.h"
+#include "source/EditorSource.h"
 
 #include <obs.hpp>
 

@@ -1,10 +1,10 @@
 #include "ObsEditorSource.h"
 
-#include "files/CanvasFiles.h"
 #include "CanvasSource.h"
 #include "FrontendApi.h"
 #include "SceneCapture.h"
 #include "SourceRegistry.h"
+#include "files/CanvasFiles.h"
 
 #include <obs.h>
 

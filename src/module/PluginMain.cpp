@@ -1,11 +1,11 @@
+#include "CanvasSource.h"
 #include "CoopSource.h"
+#include "FrontendApi.h"
+#include "ObsDockHost.h"
+#include "common/Log.h"
+#include "common/Version.h"
 #include "dock/DockPlacement.h"
 #include "dock/PluginDock.h"
-#include "CanvasSource.h"
-#include "FrontendApi.h"
-#include "common/Log.h"
-#include "ObsDockHost.h"
-#include "common/Version.h"
 #include "update/UpdateChecker.h"
 
 #include <QDockWidget>

@@ -53,11 +53,9 @@ void wheel(QWidget *w, QPointF pos, int deltaY)
 
 const QPointingDevice *pen()
 {
-    static QPointingDevice device("test pen", 4242, QInputDevice::DeviceType::Stylus,
-                                  QPointingDevice::PointerType::Pen,
-                                  QInputDevice::Capability::Position |
-                                      QInputDevice::Capability::Pressure,
-                                  1, 3);
+    static QPointingDevice device(
+        "test pen", 4242, QInputDevice::DeviceType::Stylus, QPointingDevice::PointerType::Pen,
+        QInputDevice::Capability::Position | QInputDevice::Capability::Pressure, 1, 3);
     return &device;
 }
 
@@ -313,8 +311,7 @@ void TestCanvasInput::pointUnderPointerStaysPut()
         const QPointF before = w->mapToCanvas(p);
         wheel(w.get(), p, 120);
         const QPointF after = w->mapToCanvas(p);
-        QVERIFY2(std::abs(before.x() - after.x()) < 1e-3 &&
-                     std::abs(before.y() - after.y()) < 1e-3,
+        QVERIFY2(std::abs(before.x() - after.x()) < 1e-3 && std::abs(before.y() - after.y()) < 1e-3,
                  qPrintable(QString("(%1,%2) -> (%3,%4)")
                                 .arg(before.x())
                                 .arg(before.y())
@@ -511,8 +508,8 @@ void TestCanvasInput::shapeDragPreviewAndCommit()
     QCOMPARE(qAlpha(w->layerImage(0).pixel(70, 60)), 0);
     QCOMPARE(w->displayComposite().pixel(70, 60), qRgba(255, 0, 0, 255));
     release(w.get(), QPointF(40, 40));
-    QCOMPARE(log, QStringList({"updated", "undo(1)", "redo(0)", "committed(2)", "coop(2)",
-                               "strokes"}));
+    QCOMPARE(log,
+             QStringList({"updated", "undo(1)", "redo(0)", "committed(2)", "coop(2)", "strokes"}));
     QCOMPARE(committed.size(), 1);
     const Stroke &s = committed[0];
     QVERIFY(s.shape);

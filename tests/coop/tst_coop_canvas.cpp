@@ -1,7 +1,7 @@
-#include "engine/StrokePainter.h"
+#include "common/Log.h"
 #include "coop/CoopCanvas.h"
 #include "coop/CoopSession.h"
-#include "common/Log.h"
+#include "engine/StrokePainter.h"
 
 #include <QSignalSpy>
 #include <QtTest>

@@ -1,7 +1,7 @@
+#include "common/Log.h"
 #include "coop/CoopCanvas.h"
 #include "coop/CoopSession.h"
 #include "coop/StrokeJson.h"
-#include "common/Log.h"
 
 #include <QJsonDocument>
 #include <QTemporaryDir>

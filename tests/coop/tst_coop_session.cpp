@@ -1,9 +1,9 @@
 #include "RawPeer.h"
 
+#include "common/Log.h"
 #include "coop/CoopProtocol.h"
 #include "coop/CoopSession.h"
 #include "coop/StrokeJson.h"
-#include "common/Log.h"
 
 #include <QJsonArray>
 #include <QPainter>

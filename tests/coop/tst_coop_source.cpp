@@ -8,11 +8,11 @@
 #include "ObsHost.h"
 #include "TestImages.h"
 
-#include "engine/Stroke.h"
-#include "coop/CoopCanvas.h"
-#include "coop/CoopSession.h"
 #include "CoopSource.h"
 #include "common/Wiggle.h"
+#include "coop/CoopCanvas.h"
+#include "coop/CoopSession.h"
+#include "engine/Stroke.h"
 
 #include <obs-module.h>
 

@@ -18,6 +18,10 @@
 #include "ObsHost.h"
 #include "Screenshot.h"
 
+#include "FrontendApi.h"
+#include "ObsDockHost.h"
+#include "ObsEditorSource.h"
+#include "SourceRegistry.h"
 #include "coop/CoopSession.h"
 #include "dock/CanvasChooser.h"
 #include "dock/CoopDialogs.h"
@@ -25,13 +29,9 @@
 #include "dock/PluginDock.h"
 #include "dock/SetupDialog.h"
 #include "editor/DrawingWindow.h"
+#include "update/UpdateChecker.h"
 #include "widgets/Icons.h"
 #include "widgets/TintedIcon.h"
-#include "FrontendApi.h"
-#include "ObsDockHost.h"
-#include "ObsEditorSource.h"
-#include "SourceRegistry.h"
-#include "update/UpdateChecker.h"
 
 #include <obs.hpp>
 

@@ -1,9 +1,9 @@
 #include "LogCapture.h"
 
 #include "engine/CanvasDocument.h"
+#include "files/CanvasDirectory.h"
 #include "files/CanvasFiles.h"
 #include "files/CanvasSaver.h"
-#include "files/CanvasDirectory.h"
 
 #include <QDir>
 #include <QFile>

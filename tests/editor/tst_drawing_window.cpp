@@ -3,14 +3,14 @@
 #include "Screenshot.h"
 
 #include "canvas/CanvasWidget.h"
-#include "engine/Stroke.h"
 #include "coop/CoopCanvas.h"
 #include "coop/CoopSession.h"
-#include "widgets/ColorPickerWidget.h"
 #include "editor/CoopUsersPopup.h"
 #include "editor/DrawingWindow.h"
-#include "widgets/LongPressButton.h"
+#include "engine/Stroke.h"
 #include "layers/LayerPanel.h"
+#include "widgets/ColorPickerWidget.h"
+#include "widgets/LongPressButton.h"
 
 #include <QButtonGroup>
 #include <QFrame>

@@ -11,17 +11,17 @@
 #include "EditorTestInput.h"
 #include "ObsHost.h"
 
-#include "engine/CanvasDocument.h"
-#include "canvas/CanvasWidget.h"
-#include "files/CanvasFiles.h"
-#include "files/CanvasSaver.h"
-#include "editor/DrawingWindow.h"
-#include "widgets/LongPressButton.h"
-#include "files/CanvasDirectory.h"
 #include "CanvasSource.h"
 #include "FrontendApi.h"
 #include "ObsEditorSource.h"
 #include "SourceRegistry.h"
+#include "canvas/CanvasWidget.h"
+#include "editor/DrawingWindow.h"
+#include "engine/CanvasDocument.h"
+#include "files/CanvasDirectory.h"
+#include "files/CanvasFiles.h"
+#include "files/CanvasSaver.h"
+#include "widgets/LongPressButton.h"
 
 #include <obs-module.h>
 

@@ -1,8 +1,8 @@
 #include "Screenshot.h"
 
 #include "canvas/CanvasWidget.h"
-#include "layers/LayerPanel.h"
 #include "common/Log.h"
+#include "layers/LayerPanel.h"
 
 #include <QFrame>
 #include <QLabel>

@@ -8,12 +8,12 @@
 #include "ObsHost.h"
 #include "TestImages.h"
 
-#include "dock/PluginDock.h"
-#include "files/CanvasDirectory.h"
 #include "CanvasSource.h"
 #include "FrontendApi.h"
 #include "SceneCapture.h"
 #include "SourceRegistry.h"
+#include "dock/PluginDock.h"
+#include "files/CanvasDirectory.h"
 
 #include <obs-module.h>
 #include <util/platform.h>

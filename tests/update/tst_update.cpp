@@ -1,5 +1,5 @@
-#include "LogCapture.h"
 #include "FakeHttpServer.h"
+#include "LogCapture.h"
 
 #include "update/HttpFetch.h"
 #include "update/UpdateChecker.h"

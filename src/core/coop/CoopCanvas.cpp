@@ -1,8 +1,8 @@
 #include "coop/CoopCanvas.h"
 
-#include "engine/StrokePainter.h"
-#include "coop/CoopSession.h"
 #include "common/Log.h"
+#include "coop/CoopSession.h"
+#include "engine/StrokePainter.h"
 
 #include <QMutexLocker>
 #include <QPainter>

@@ -1,8 +1,8 @@
 #include "coop/CoopSession.h"
 
+#include "common/Log.h"
 #include "coop/CoopProtocol.h"
 #include "coop/StrokeJson.h"
-#include "common/Log.h"
 
 #include <QDateTime>
 #include <QHostAddress>

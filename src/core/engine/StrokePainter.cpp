@@ -1,8 +1,8 @@
 #include "engine/StrokePainter.h"
 
+#include "common/Log.h"
 #include "engine/FloodFill.h"
 #include "engine/ShapePath.h"
-#include "common/Log.h"
 
 #include <QElapsedTimer>
 #include <QPainter>

@@ -1,8 +1,8 @@
 #include "files/CanvasSaver.h"
 
+#include "common/Log.h"
 #include "engine/CanvasDocument.h"
 #include "files/CanvasDirectory.h"
-#include "common/Log.h"
 
 #include <atomic>
 #include <condition_variable>

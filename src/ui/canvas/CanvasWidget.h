@@ -1,8 +1,8 @@
 #pragma once
 
+#include "common/Wiggle.h"
 #include "engine/CanvasDocument.h"
 #include "engine/Stroke.h"
-#include "common/Wiggle.h"
 
 #include <QColor>
 #include <QImage>

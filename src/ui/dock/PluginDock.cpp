@@ -6,9 +6,9 @@
 #include "dock/SetupDialog.h"
 #include "editor/DrawingWindow.h"
 #include "source/EditorSource.h"
+#include "update/UpdateChecker.h"
 #include "widgets/Icons.h"
 #include "widgets/TintedIcon.h"
-#include "update/UpdateChecker.h"
 
 #include <QDesktopServices>
 #include <QHBoxLayout>

@@ -2,10 +2,10 @@
 
 #include "canvas/CanvasWidget.h"
 #include "coop/CoopCanvas.h"
-#include "settings/EditorSettings.h"
-#include "widgets/LongPressButton.h"
 #include "editor/PenGesture.h"
 #include "layers/LayerPanel.h"
+#include "settings/EditorSettings.h"
+#include "widgets/LongPressButton.h"
 
 #include <QCloseEvent>
 #include <QCoreApplication>

@@ -4,15 +4,15 @@
 #include "editor/DrawingWindow.h"
 
 #include "canvas/CanvasWidget.h"
-#include "engine/StrokePainter.h"
+#include "common/Wiggle.h"
 #include "coop/CoopCanvas.h"
 #include "coop/CoopSession.h"
 #include "editor/CoopUsersPopup.h"
+#include "engine/StrokePainter.h"
 #include "settings/EditorSettings.h"
 #include "widgets/Icons.h"
 #include "widgets/LongPressButton.h"
 #include "widgets/TintedIcon.h"
-#include "common/Wiggle.h"
 
 #include <QToolButton>
 

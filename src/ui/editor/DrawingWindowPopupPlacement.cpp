@@ -2,8 +2,8 @@
 
 #include "editor/DrawingWindow.h"
 
-#include "widgets/LongPressButton.h"
 #include "layers/LayerPanel.h"
+#include "widgets/LongPressButton.h"
 
 #include <QFrame>
 #include <QLayout>

@@ -4,11 +4,11 @@
 #include "editor/DrawingWindow.h"
 
 #include "canvas/CanvasWidget.h"
+#include "layers/LayerPanel.h"
 #include "widgets/ColorPickerWidget.h"
 #include "widgets/Icons.h"
 #include "widgets/PaintedIcons.h"
 #include "widgets/TintedIcon.h"
-#include "layers/LayerPanel.h"
 
 #include <QButtonGroup>
 #include <QFrame>

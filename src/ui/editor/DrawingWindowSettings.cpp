@@ -4,8 +4,8 @@
 #include "editor/DrawingWindow.h"
 
 #include "canvas/CanvasWidget.h"
-#include "widgets/ColorPickerWidget.h"
 #include "settings/EditorSettings.h"
+#include "widgets/ColorPickerWidget.h"
 #include "widgets/LongPressButton.h"
 
 #include <QAbstractButton>

@@ -4,14 +4,14 @@
 #include "editor/DrawingWindow.h"
 
 #include "canvas/CanvasWidget.h"
+#include "common/Log.h"
+#include "common/Wiggle.h"
 #include "coop/CoopCanvas.h"
+#include "layers/LayerPanel.h"
 #include "widgets/ColorPickerWidget.h"
 #include "widgets/Icons.h"
 #include "widgets/LongPressButton.h"
 #include "widgets/TintedIcon.h"
-#include "layers/LayerPanel.h"
-#include "common/Log.h"
-#include "common/Wiggle.h"
 
 #include <QButtonGroup>
 #include <QElapsedTimer>

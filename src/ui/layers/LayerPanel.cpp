@@ -1,11 +1,11 @@
 #include "layers/LayerPanel.h"
 
 #include "canvas/CanvasWidget.h"
-#include "widgets/Icons.h"
-#include "widgets/TintedIcon.h"
+#include "common/Log.h"
 #include "layers/ClickCatcher.h"
 #include "layers/DragDetector.h"
-#include "common/Log.h"
+#include "widgets/Icons.h"
+#include "widgets/TintedIcon.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
