@@ -1,7 +1,8 @@
 #include "files/CanvasDirectory.h"
 
+#include "settings/SettingsKeys.h"
+
 #include <QFileInfo>
-#include <QSettings>
 
 QString sanitisedCanvasKey(const QString &key)
 {
@@ -15,9 +16,7 @@ QString sanitisedCanvasKey(const QString &key)
 
 QString canvasDirectory(const QString &key)
 {
-    const QString base =
-        QFileInfo(QSettings(QStringLiteral("PennoriaDraw"), QStringLiteral("Canvas")).fileName())
-            .absolutePath();
+    const QString base = QFileInfo(openSettings(SettingsStore::Canvas).fileName()).absolutePath();
     if (key.isEmpty())
         return base;
     return base + u'/' + sanitisedCanvasKey(key);

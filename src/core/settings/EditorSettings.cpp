@@ -1,64 +1,96 @@
 #include "settings/EditorSettings.h"
 
 #include "common/Log.h"
+#include "common/Wiggle.h"
+#include "settings/SettingsKeys.h"
 
 #include <QSettings>
 #include <QString>
 
-#include <algorithm>
+namespace Keys = SettingsKeys;
 
 namespace {
 
-int readInt(const QSettings &store, const char *key, int fallback)
+QString name(const char *key)
 {
-    return store.value(QLatin1String(key), fallback).toInt();
+    return QLatin1String(key);
 }
 
-int readClamped(const QSettings &store, const char *key, int fallback, int low, int high)
+template <typename Key> QString name(const Key &key)
 {
-    return std::clamp(readInt(store, key, fallback), low, high);
+    return QLatin1String(key.name);
+}
+
+WiggleSettings readWiggle(const QSettings &store)
+{
+    WiggleSettings w;
+    w.enabled = readSetting(store, Keys::JitterEnabled);
+    w.amount = readSetting(store, Keys::JitterAmount);
+    w.speed = readSetting(store, Keys::JitterSpeed);
+    return w;
 }
 
 } // namespace
 
+float WiggleSettings::amountPx() const
+{
+    return wiggleAmountPxFromSetting(amount);
+}
+
+float WiggleSettings::intervalSeconds() const
+{
+    return 1.0f / float(wiggleFramesPerSecondFromSetting(speed));
+}
+
+WiggleSettings loadWiggleSettings()
+{
+    return readWiggle(openSettings(SettingsStore::Canvas));
+}
+
+void saveWiggleEnabled(bool enabled)
+{
+    openSettings(SettingsStore::Canvas).setValue(name(Keys::JitterEnabled), enabled);
+}
+
 EditorSettings loadEditorSettings()
 {
-    const QSettings store(QStringLiteral("PennoriaDraw"), QStringLiteral("Canvas"));
+    const QSettings store = openSettings(SettingsStore::Canvas);
     EditorSettings s;
-    s.brushSize = readInt(store, "brushSize", 8);
-    s.tool = readClamped(store, "tool", 0, 0, 3);
-    s.shapeType = readClamped(store, "shapeType", 0, 0, 9);
-    s.shapeMode = readInt(store, "shapeMode", 0) < 1 ? 0 : 1;
-    s.shapeErase = store.value(QStringLiteral("shapeErase"), false).toBool();
-    const QColor color(store.value(QStringLiteral("color"), QStringLiteral("#000000")).toString());
+    s.brushSize = readSetting(store, Keys::BrushSize);
+    s.tool = readSetting(store, Keys::Tool);
+    s.shapeType = readSetting(store, Keys::ShapeType);
+    s.shapeMode = readSetting(store, Keys::ShapeMode);
+    s.shapeErase = readSetting(store, Keys::ShapeErase);
+    const QColor color(store.value(name(Keys::Color), QStringLiteral("#000000")).toString());
     if (color.isValid())
         s.color = QColor(color.red(), color.green(), color.blue());
-    s.opacity = readInt(store, "opacity", 100);
-    s.fillTolerance = readClamped(store, "fillTolerance", 200, 0, 255);
-    s.jitterAmount = readClamped(store, "jitterAmount", 50, 0, 100);
-    s.jitterSpeed = readClamped(store, "jitterSpeed", 20, 0, 100);
-    s.jitterEnabled = store.value(QStringLiteral("jitterEnabled"), false).toBool();
-    s.previewOpacity = readClamped(store, "previewOpacity", 100, 0, 100);
-    s.windowGeometry = store.value(QStringLiteral("windowGeometry")).toByteArray();
+    s.opacity = readSetting(store, Keys::Opacity);
+    s.fillTolerance = readSetting(store, Keys::FillTolerance);
+    const WiggleSettings wiggle = readWiggle(store);
+    s.jitterAmount = wiggle.amount;
+    s.jitterSpeed = wiggle.speed;
+    s.jitterEnabled = wiggle.enabled;
+    s.previewOpacity = readSetting(store, Keys::PreviewOpacity);
+    s.windowGeometry = store.value(name(Keys::WindowGeometry)).toByteArray();
     return s;
 }
 
 void saveEditorSettings(const EditorSettings &s)
 {
-    QSettings store(QStringLiteral("PennoriaDraw"), QStringLiteral("Canvas"));
-    store.setValue(QStringLiteral("brushSize"), s.brushSize);
-    store.setValue(QStringLiteral("tool"), s.tool);
-    store.setValue(QStringLiteral("color"), s.color.name());
-    store.setValue(QStringLiteral("opacity"), s.opacity);
-    store.setValue(QStringLiteral("fillTolerance"), s.fillTolerance);
-    store.setValue(QStringLiteral("jitterAmount"), s.jitterAmount);
-    store.setValue(QStringLiteral("jitterSpeed"), s.jitterSpeed);
-    store.setValue(QStringLiteral("jitterEnabled"), s.jitterEnabled);
-    store.setValue(QStringLiteral("shapeType"), s.shapeType);
-    store.setValue(QStringLiteral("shapeMode"), s.shapeMode);
-    store.setValue(QStringLiteral("shapeErase"), s.shapeErase);
-    store.setValue(QStringLiteral("previewOpacity"), s.previewOpacity);
-    store.setValue(QStringLiteral("windowGeometry"), s.windowGeometry);
+    QSettings store = openSettings(SettingsStore::Canvas);
+    store.setValue(name(Keys::BrushSize), s.brushSize);
+    store.setValue(name(Keys::Tool), s.tool);
+    store.setValue(name(Keys::Color), s.color.name());
+    store.setValue(name(Keys::Opacity), s.opacity);
+    store.setValue(name(Keys::FillTolerance), s.fillTolerance);
+    store.setValue(name(Keys::JitterAmount), s.jitterAmount);
+    store.setValue(name(Keys::JitterSpeed), s.jitterSpeed);
+    store.setValue(name(Keys::JitterEnabled), s.jitterEnabled);
+    store.setValue(name(Keys::ShapeType), s.shapeType);
+    store.setValue(name(Keys::ShapeMode), s.shapeMode);
+    store.setValue(name(Keys::ShapeErase), s.shapeErase);
+    store.setValue(name(Keys::PreviewOpacity), s.previewOpacity);
+    store.setValue(name(Keys::WindowGeometry), s.windowGeometry);
     store.sync();
     if (store.status() != QSettings::NoError)
         pdLog("[PD] Editor settings could not be written to %s",

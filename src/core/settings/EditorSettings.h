@@ -28,5 +28,19 @@ constexpr int BrushSpinMaximum = 9999;
 constexpr int BrushSliderMaximum = 150;
 
 EditorSettings loadEditorSettings();
+
+// The three wiggle keys, as the canvas source, the co-op canvas and the editor
+// all read them.
+struct WiggleSettings {
+    bool enabled = false;
+    int amount = 50; // percent
+    int speed = 20;  // percent
+
+    float amountPx() const;        // 0.1 .. 4.0
+    float intervalSeconds() const; // 1/30 .. 1
+};
+WiggleSettings loadWiggleSettings();
+// Writes only "jitterEnabled": a wiggle switched on or off without an editor.
+void saveWiggleEnabled(bool enabled);
 // Writes every key; a store that cannot be written is logged.
 void saveEditorSettings(const EditorSettings &settings);

@@ -1,11 +1,13 @@
 #pragma once
 
+#include "coop/CoopProtocol.h"
+
 #include <QDialog>
 
 class QLineEdit;
 
 // The co-op port, fixed for hosting and joining alike.
-constexpr quint16 CoopPort = 42069;
+constexpr quint16 CoopPort = coop::DefaultPort;
 
 // Host or join, and under which nickname.
 class CoopModeDialog : public QDialog {
