@@ -1,14 +1,16 @@
 #include "CanvasSource.h"
 
 #include "SourceRegistry.h"
+#include "SourceType.h"
+#include "common/SourceIds.h"
 #include "files/CanvasDirectory.h"
+#include "settings/EditorSettings.h"
 
 #include <obs.h>
 #include <util/platform.h>
 
 #include <QFileInfo>
 #include <QMutexLocker>
-#include <QSettings>
 
 #include <algorithm>
 
@@ -24,7 +26,12 @@ QImage toRgba(const QImage &image)
 } // namespace
 
 CanvasSourceData::CanvasSourceData(obs_source_t *source)
-    : m_source(source), m_rng(uint32_t(os_gettime_ns()))
+    : m_source(source),
+      m_hotkeys(source,
+                {{"pennoria_draw.open_editor", "Open the drawing editor", SourceAction::OpenEditor},
+                 {"pennoria_draw.clear_layer", "Clear the active layer", SourceAction::ClearLayer},
+                 {"pennoria_draw.undo", "Undo", SourceAction::Undo},
+                 {"pennoria_draw.redo", "Redo", SourceAction::Redo}})
 {
     obs_video_info ovi;
     if (obs_get_video_info(&ovi) && ovi.base_width && ovi.base_height) {
@@ -34,17 +41,19 @@ CanvasSourceData::CanvasSourceData(obs_source_t *source)
     m_canvasImage = QImage(int(m_width), int(m_height), QImage::Format_RGBA8888);
     m_canvasImage.fill(Qt::transparent);
     loadFlattenedImage();
-    loadWiggleSettings();
-    createTexture();
+    const WiggleSettings wiggle = loadWiggleSettings();
+    m_jitterEnabled = wiggle.enabled;
+    m_jitterAmountPx = wiggle.amountPx();
+    m_jitterInterval = wiggle.intervalSeconds();
+    m_texture.create(m_width, m_height, m_canvasImage);
+    if (m_source)
+        SourceRegistry::instance().insert(m_source, this);
 }
 
 CanvasSourceData::~CanvasSourceData()
 {
-    if (m_texture) {
-        obs_enter_graphics();
-        gs_texture_destroy(m_texture);
-        obs_leave_graphics();
-    }
+    if (m_source)
+        SourceRegistry::instance().erase(m_source);
 }
 
 QString CanvasSourceData::flattenedImagePath() const
@@ -63,27 +72,6 @@ void CanvasSourceData::loadFlattenedImage()
     if (loaded.isNull() || loaded.width() != int(m_width) || loaded.height() != int(m_height))
         return;
     m_canvasImage = toRgba(loaded);
-}
-
-void CanvasSourceData::loadWiggleSettings()
-{
-    QSettings settings(QStringLiteral("PennoriaDraw"), QStringLiteral("Canvas"));
-    m_jitterEnabled = settings.value(QStringLiteral("jitterEnabled"), false).toBool();
-    m_jitterAmountPx =
-        wiggleAmountPxFromSetting(settings.value(QStringLiteral("jitterAmount"), 50).toInt());
-    const int fps =
-        wiggleFramesPerSecondFromSetting(settings.value(QStringLiteral("jitterSpeed"), 20).toInt());
-    m_jitterInterval = 1.0f / float(fps);
-}
-
-void CanvasSourceData::createTexture()
-{
-    obs_enter_graphics();
-    m_texture = gs_texture_create(m_width, m_height, GS_RGBA, 1, nullptr, GS_DYNAMIC);
-    if (m_texture)
-        gs_texture_set_image(m_texture, m_canvasImage.constBits(),
-                             uint32_t(m_canvasImage.bytesPerLine()), false);
-    obs_leave_graphics();
 }
 
 QImage CanvasSourceData::canvasImage() const
@@ -182,10 +170,7 @@ void CanvasSourceData::tick(float seconds)
     QMutexLocker lock(&m_mutex);
     if (!m_jitterEnabled)
         return;
-    m_jitterElapsed += seconds;
-    const bool step = m_jitterElapsed >= m_jitterInterval;
-    if (step)
-        m_jitterElapsed = 0.0f;
+    const bool step = m_wiggle.advance(seconds, m_jitterInterval);
     if (!step && !m_livePending) {
         m_perf.countTick(t0, int64_t(os_gettime_ns()), false);
         return;
@@ -197,9 +182,7 @@ void CanvasSourceData::tick(float seconds)
     const float amount = m_jitterAmountPx;
     lock.unlock();
 
-    if (step || m_grid.isEmpty())
-        makeWiggleGrid(m_grid, input.width(), input.height(), amount, m_rng);
-    QImage warped = warpImage(input, m_grid);
+    QImage warped = m_wiggle.warp(input, amount, step);
 
     lock.relock();
     m_wiggledImage = std::move(warped);
@@ -207,45 +190,38 @@ void CanvasSourceData::tick(float seconds)
     m_perf.countTick(t0, int64_t(os_gettime_ns()), true);
 }
 
-void CanvasSourceData::upload(const QImage &image)
+QImage CanvasSourceData::takeDueImage()
 {
-    const QImage converted = toRgba(image);
-    if (converted.width() != int(m_width) || converted.height() != int(m_height))
-        return;
-    gs_texture_set_image(m_texture, converted.constBits(), uint32_t(converted.bytesPerLine()),
-                         false);
-    ++m_perf.uploads;
+    if (!m_jitterEnabled) {
+        if (m_livePending && !m_liveImage.isNull()) {
+            m_livePending = false;
+            m_canvasDirty = false;
+            return m_liveImage;
+        }
+    } else if (m_wiggleReady) {
+        m_canvasDirty = false;
+        m_wiggleReady = false;
+        m_livePending = false;
+        return m_wiggledImage;
+    }
+    if (!m_canvasDirty)
+        return QImage();
+    m_canvasDirty = false;
+    return m_canvasImage;
 }
 
 void CanvasSourceData::render(gs_effect_t *effect)
 {
     const int64_t t0 = int64_t(os_gettime_ns());
     QMutexLocker lock(&m_mutex);
-    if (m_renderSuppressed || !m_texture || !effect)
+    if (m_renderSuppressed || m_texture.isNull() || !effect)
         return;
-    if (!m_jitterEnabled) {
-        if (m_livePending && !m_liveImage.isNull()) {
-            upload(m_liveImage);
-            m_livePending = false;
-            m_canvasDirty = false;
-        } else if (m_canvasDirty) {
-            upload(m_canvasImage);
-            m_canvasDirty = false;
-        }
-    } else if (m_wiggleReady) {
-        upload(m_wiggledImage);
-        m_canvasDirty = false;
-        m_wiggleReady = false;
-        m_livePending = false;
-    } else if (m_canvasDirty) {
-        upload(m_canvasImage);
-        m_canvasDirty = false;
-    }
+    if (m_texture.upload(takeDueImage()))
+        ++m_perf.uploads;
     const bool wiggleOn = m_jitterEnabled;
     lock.unlock();
 
-    gs_effect_set_texture(gs_effect_get_param_by_name(effect, "image"), m_texture);
-    gs_draw_sprite(m_texture, 0, m_width, m_height);
+    m_texture.draw(effect);
     m_perf.countRender(t0, int64_t(os_gettime_ns()), m_source, "", wiggleOn);
 }
 
@@ -259,71 +235,9 @@ void CanvasSourceData::setPerfWindowStart(int64_t ns)
     m_perf.windowStart = ns;
 }
 
-namespace {
-
-const char *canvasGetName(void *)
-{
-    return "Pennoria Canvas";
-}
-
-void *canvasCreate(obs_data_t *, obs_source_t *source)
-{
-    auto *data = new CanvasSourceData(source);
-    SourceRegistry::instance().insert(source, data);
-    return data;
-}
-
-void canvasDestroy(void *data)
-{
-    auto *record = static_cast<CanvasSourceData *>(data);
-    if (!record)
-        return;
-    SourceRegistry::instance().erase(record->source());
-    delete record;
-}
-
-uint32_t canvasWidth(void *data)
-{
-    return data ? static_cast<CanvasSourceData *>(data)->width() : 0;
-}
-
-uint32_t canvasHeight(void *data)
-{
-    return data ? static_cast<CanvasSourceData *>(data)->height() : 0;
-}
-
-void canvasTick(void *data, float seconds)
-{
-    if (data)
-        static_cast<CanvasSourceData *>(data)->tick(seconds);
-}
-
-void canvasRender(void *data, gs_effect_t *effect)
-{
-    if (data)
-        static_cast<CanvasSourceData *>(data)->render(effect);
-}
-
-obs_source_info makeInfo()
-{
-    obs_source_info info = {};
-    info.id = "pennoria_canvas";
-    info.type = OBS_SOURCE_TYPE_INPUT;
-    info.output_flags = OBS_SOURCE_VIDEO;
-    info.get_name = canvasGetName;
-    info.create = canvasCreate;
-    info.destroy = canvasDestroy;
-    info.get_width = canvasWidth;
-    info.get_height = canvasHeight;
-    info.video_tick = canvasTick;
-    info.video_render = canvasRender;
-    return info;
-}
-
-} // namespace
-
 const obs_source_info &canvasSourceInfo()
 {
-    static const obs_source_info info = makeInfo();
+    static const obs_source_info info =
+        videoSourceInfo<CanvasSourceData>(CanvasSourceId, "Pennoria Canvas");
     return info;
 }

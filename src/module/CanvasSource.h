@@ -1,7 +1,9 @@
 #pragma once
 
 #include "PerfWindow.h"
-#include "common/Wiggle.h"
+#include "SourceHotkeys.h"
+#include "SourceTexture.h"
+#include "SourceWiggle.h"
 #include "engine/Stroke.h"
 
 #include <QImage>
@@ -9,20 +11,14 @@
 #include <QVector>
 
 #include <cstdint>
-#include <random>
 
-struct obs_source;
-typedef struct obs_source obs_source_t;
-struct gs_texture;
-typedef struct gs_texture gs_texture_t;
-struct gs_effect;
-typedef struct gs_effect gs_effect_t;
 struct obs_source_info;
 
 // The record behind one "pennoria_canvas" source: the flattened drawing, the
 // live image pushed while drawing, the wiggle state and one GPU texture of
-// the output size. The editor calls the public operations on the UI thread;
-// the host calls tick and render on its graphics thread.
+// the output size. It enters itself in the SourceRegistry for its life. The
+// editor calls the public operations on the UI thread; the host calls tick
+// and render on its graphics thread.
 class CanvasSourceData {
 public:
     explicit CanvasSourceData(obs_source_t *source);
@@ -57,20 +53,19 @@ public:
     int liveImageCount() const;
     int commitCount() const;
 
-    // For tests and the performance summary: counters of the current window.
+    // For the performance summary: counters of the current window.
     PerfWindow perfSnapshot() const;
     void setPerfWindowStart(int64_t ns);
 
 private:
     void loadFlattenedImage();
-    void loadWiggleSettings();
-    void createTexture();
-    void upload(const QImage &image);
+    // Under the lock: the picture that is due, or a null image.
+    QImage takeDueImage();
 
     obs_source_t *m_source;
-    gs_texture_t *m_texture = nullptr;
     uint32_t m_width = 1920;
     uint32_t m_height = 1080;
+    SourceTexture m_texture;
 
     mutable QMutex m_mutex;
     QVector<Stroke> m_strokes;
@@ -82,16 +77,16 @@ private:
     bool m_livePending = false;
     bool m_jitterEnabled = false;
     float m_jitterAmountPx = 2.5f;
-    float m_jitterElapsed = 0.0f;
     float m_jitterInterval = 1.0f / 6.0f;
     bool m_renderSuppressed = false;
     int m_liveImageCount = 0;
     int m_commitCount = 0;
 
     // Touched only on the graphics thread.
-    WiggleGrid m_grid;
-    std::mt19937 m_rng;
+    SourceWiggle m_wiggle;
     PerfWindow m_perf;
+
+    SourceHotkeys m_hotkeys;
 };
 
 const obs_source_info &canvasSourceInfo();

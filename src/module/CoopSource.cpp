@@ -1,177 +1,146 @@
 #include "CoopSource.h"
 
-#include "PerfWindow.h"
-#include "common/Wiggle.h"
+#include "SourceType.h"
+#include "common/SourceIds.h"
 #include "coop/CoopCanvas.h"
 #include "coop/CoopSession.h"
 
 #include <obs.h>
 #include <util/platform.h>
 
-#include <QImage>
 #include <QMetaObject>
-
-#include <atomic>
 
 namespace {
 
 std::atomic<int> g_liveCoopSources{0};
+std::atomic<bool> g_resizeQueued{false};
+
+// Called every frame on the graphics thread: when the host's video size no
+// longer matches the shared picture, the picture is resized once on the
+// main thread, and every co-op source follows it at its next render.
+void followVideoSize()
+{
+    obs_video_info ovi;
+    if (!obs_get_video_info(&ovi) || !ovi.base_width || !ovi.base_height)
+        return;
+    CoopCanvas &canvas = CoopCanvas::instance();
+    if (int(ovi.base_width) == canvas.width() && int(ovi.base_height) == canvas.height())
+        return;
+    if (g_resizeQueued.exchange(true))
+        return;
+    QMetaObject::invokeMethod(
+        &canvas,
+        [] {
+            g_resizeQueued = false;
+            syncCoopCanvasSize();
+        },
+        Qt::QueuedConnection);
+}
 
 } // namespace
 
-void CoopSourceData::upload(const QImage &image)
+CoopSourceData::CoopSourceData(obs_source_t *source_)
+    : source(source_), hotkeys(source_, {{"pennoria_draw.open_coop_editor", "Open the co-op editor",
+                                          SourceAction::OpenEditor}})
 {
-    if (image.width() != int(width) || image.height() != int(height))
-        return;
-    const QImage rgba = image.format() == QImage::Format_RGBA8888
-                            ? image
-                            : image.convertToFormat(QImage::Format_RGBA8888);
-    gs_texture_set_image(texture, rgba.constBits(), uint32_t(rgba.bytesPerLine()), false);
-    ++perf.uploads;
-}
-
-namespace {
-
-const char *coopGetName(void *)
-{
-    return "Pennoria: Draw Co-op";
-}
-
-void *coopCreate(obs_data_t *, obs_source_t *source)
-{
-    auto *data = new CoopSourceData;
-    data->source = source;
-    data->rng.seed(uint32_t(os_gettime_ns()));
     ++g_liveCoopSources;
-
     syncCoopCanvasSize();
     CoopCanvas &canvas = CoopCanvas::instance();
-    data->width = uint32_t(canvas.width());
-    data->height = uint32_t(canvas.height());
-    const QImage picture = canvas.image();
-
-    obs_enter_graphics();
-    data->texture = gs_texture_create(data->width, data->height, GS_RGBA, 1, nullptr, GS_DYNAMIC);
-    if (data->texture && !picture.isNull() && picture.width() == int(data->width) &&
-        picture.height() == int(data->height))
-        gs_texture_set_image(data->texture, picture.constBits(), uint32_t(picture.bytesPerLine()),
-                             false);
-    obs_leave_graphics();
-
-    data->lastUploadedVersion = canvas.version();
-    return data;
+    shownWidth = uint32_t(canvas.width());
+    shownHeight = uint32_t(canvas.height());
+    texture.create(width(), height(), canvas.image());
+    lastUploadedVersion = canvas.version();
 }
 
-void coopDestroy(void *data)
+CoopSourceData::~CoopSourceData()
 {
-    auto *record = static_cast<CoopSourceData *>(data);
-    if (!record)
+    if (g_liveCoopSources.fetch_sub(1) != 1)
         return;
-    if (record->texture) {
-        obs_enter_graphics();
-        gs_texture_destroy(record->texture);
-        obs_leave_graphics();
-    }
-    if (g_liveCoopSources.fetch_sub(1) == 1) {
-        // Deferred, so that a co-op source re-created in the same moment keeps
-        // the session alive.
-        CoopSession *session = &CoopSession::instance();
-        QMetaObject::invokeMethod(
-            session,
-            [session] {
-                if (g_liveCoopSources.load() == 0 && session->role() != CoopSession::Role::None)
-                    session->stop();
-            },
-            Qt::QueuedConnection);
-    }
-    delete record;
+    // Deferred, so that a co-op source re-created in the same moment keeps
+    // the session alive.
+    CoopSession *session = &CoopSession::instance();
+    QMetaObject::invokeMethod(
+        session,
+        [session] {
+            if (g_liveCoopSources.load() == 0 && session->role() != CoopSession::Role::None)
+                session->stop();
+        },
+        Qt::QueuedConnection);
 }
 
-uint32_t coopWidth(void *data)
+void CoopSourceData::resize(uint32_t w, uint32_t h)
 {
-    return data ? static_cast<CoopSourceData *>(data)->width : 0;
+    if (!texture.create(w, h))
+        return;
+    shownWidth = w;
+    shownHeight = h;
+    lastUploadedVersion = 0; // the new texture waits for its picture
+    wiggleReady = false;
 }
 
-uint32_t coopHeight(void *data)
+void CoopSourceData::show(const QImage &picture)
 {
-    return data ? static_cast<CoopSourceData *>(data)->height : 0;
+    if (picture.isNull())
+        return;
+    if (uint32_t(picture.width()) != texture.width() ||
+        uint32_t(picture.height()) != texture.height())
+        resize(uint32_t(picture.width()), uint32_t(picture.height()));
+    if (texture.upload(picture))
+        ++perf.uploads;
 }
 
-void coopTick(void *data, float seconds)
+void CoopSourceData::tick(float seconds)
 {
-    auto *record = static_cast<CoopSourceData *>(data);
+    followVideoSize();
     const CoopCanvas &canvas = CoopCanvas::instance();
-    if (!record || !canvas.jitterEnabled())
+    if (uint32_t(canvas.width()) != texture.width() ||
+        uint32_t(canvas.height()) != texture.height())
+        resize(uint32_t(canvas.width()), uint32_t(canvas.height()));
+    if (!canvas.jitterEnabled())
         return;
     const int64_t t0 = int64_t(os_gettime_ns());
-    record->jitterElapsed += seconds;
-    const bool step = record->jitterElapsed >= canvas.jitterInterval();
-    if (step)
-        record->jitterElapsed = 0.0f;
+    const bool step = wiggle.advance(seconds, canvas.jitterInterval());
     const uint64_t version = canvas.version();
-    if (!step && version == record->lastWiggledVersion) {
-        record->perf.countTick(t0, int64_t(os_gettime_ns()), false);
+    if (!step && version == lastWiggledVersion) {
+        perf.countTick(t0, int64_t(os_gettime_ns()), false);
         return;
     }
     const QImage picture = canvas.image();
     if (picture.isNull())
         return;
-    if (step || record->grid.isEmpty())
-        makeWiggleGrid(record->grid, picture.width(), picture.height(), canvas.jitterAmountPx(),
-                       record->rng);
-    record->wiggledImage = warpImage(picture, record->grid);
-    record->wiggleReady = true;
-    record->lastWiggledVersion = version;
-    record->perf.countTick(t0, int64_t(os_gettime_ns()), true);
+    wiggledImage = wiggle.warp(picture, canvas.jitterAmountPx(), step);
+    wiggleReady = true;
+    lastWiggledVersion = version;
+    perf.countTick(t0, int64_t(os_gettime_ns()), true);
 }
 
-void coopRender(void *data, gs_effect_t *effect)
+void CoopSourceData::render(gs_effect_t *effect)
 {
-    auto *record = static_cast<CoopSourceData *>(data);
-    if (!record || !record->texture || !effect)
+    if (texture.isNull() || !effect)
         return;
     const int64_t t0 = int64_t(os_gettime_ns());
     const CoopCanvas &canvas = CoopCanvas::instance();
     const bool wiggleOn = canvas.jitterEnabled();
     if (!wiggleOn) {
         const uint64_t version = canvas.version();
-        if (version != record->lastUploadedVersion || record->showedWiggle) {
-            record->upload(canvas.image());
-            record->lastUploadedVersion = version;
-            record->showedWiggle = false;
+        if (version != lastUploadedVersion || showedWiggle) {
+            show(canvas.image());
+            lastUploadedVersion = version;
+            showedWiggle = false;
         }
-    } else if (record->wiggleReady) {
-        record->upload(record->wiggledImage);
-        record->wiggleReady = false;
-        record->showedWiggle = true;
+    } else if (wiggleReady) {
+        show(wiggledImage);
+        wiggleReady = false;
+        showedWiggle = true;
     }
-
-    gs_effect_set_texture(gs_effect_get_param_by_name(effect, "image"), record->texture);
-    gs_draw_sprite(record->texture, 0, record->width, record->height);
-    record->perf.countRender(t0, int64_t(os_gettime_ns()), record->source, "CO-OP ", wiggleOn);
+    texture.draw(effect);
+    perf.countRender(t0, int64_t(os_gettime_ns()), source, "CO-OP ", wiggleOn);
 }
-
-obs_source_info makeInfo()
-{
-    obs_source_info info = {};
-    info.id = "pennoria_coop_canvas";
-    info.type = OBS_SOURCE_TYPE_INPUT;
-    info.output_flags = OBS_SOURCE_VIDEO;
-    info.get_name = coopGetName;
-    info.create = coopCreate;
-    info.destroy = coopDestroy;
-    info.get_width = coopWidth;
-    info.get_height = coopHeight;
-    info.video_tick = coopTick;
-    info.video_render = coopRender;
-    return info;
-}
-
-} // namespace
 
 const obs_source_info &coopSourceInfo()
 {
-    static const obs_source_info info = makeInfo();
+    static const obs_source_info info =
+        videoSourceInfo<CoopSourceData>(CoopSourceId, "Pennoria: Draw Co-op");
     return info;
 }
 

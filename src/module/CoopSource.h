@@ -1,45 +1,58 @@
 #pragma once
 
 #include "PerfWindow.h"
-#include "common/Wiggle.h"
+#include "SourceHotkeys.h"
+#include "SourceTexture.h"
+#include "SourceWiggle.h"
 
 #include <QImage>
 
+#include <atomic>
 #include <cstdint>
-#include <random>
 
-struct obs_source;
-typedef struct obs_source obs_source_t;
-struct gs_texture;
-typedef struct gs_texture gs_texture_t;
 struct obs_source_info;
 
-// One "pennoria_coop_canvas" source. Tick and render both run on the host's
-// graphics thread, so the record needs no lock of its own; the picture is
-// read through CoopCanvas::image().
+// One "pennoria_coop_canvas" source: shows the shared co-op picture, read
+// through CoopCanvas::image(). Tick and render both run on the host's
+// graphics thread, so the record needs no lock of its own; only its size,
+// which follows the picture's, is read from other threads.
 struct CoopSourceData {
-    obs_source_t *source = nullptr;
-    gs_texture_t *texture = nullptr;
-    uint32_t width = 1920;
-    uint32_t height = 1080;
+    explicit CoopSourceData(obs_source_t *source);
+    ~CoopSourceData();
+    CoopSourceData(const CoopSourceData &) = delete;
+    CoopSourceData &operator=(const CoopSourceData &) = delete;
+
+    uint32_t width() const { return shownWidth.load(); }
+    uint32_t height() const { return shownHeight.load(); }
+    void tick(float seconds);
+    void render(gs_effect_t *effect);
+
+    obs_source_t *source;
+    SourceTexture texture;
+    std::atomic<uint32_t> shownWidth{1920};
+    std::atomic<uint32_t> shownHeight{1080};
     uint64_t lastUploadedVersion = 0;
-    float jitterElapsed = 0.0f;
-    std::mt19937 rng;
-    WiggleGrid grid;
+    SourceWiggle wiggle;
     QImage wiggledImage;
     bool wiggleReady = false;
     bool showedWiggle = false;
     uint64_t lastWiggledVersion = 0;
     PerfWindow perf;
+    SourceHotkeys hotkeys;
 
-    // Uploads image into the texture when it has the texture's size.
-    void upload(const QImage &image);
+private:
+    // Re-creates the texture at the shared picture's new size.
+    void resize(uint32_t width, uint32_t height);
+    // Uploads the picture, first re-creating the texture at the picture's
+    // size when the shared picture was resized.
+    void show(const QImage &picture);
 };
 
 const obs_source_info &coopSourceInfo();
 
 // Gives the shared co-op picture the host's video size, when the host knows
-// it. Called by every co-op source at create.
+// it. Called on the main thread: when the dock is built, when a co-op source
+// is created, and after the host's video size changed.
 void syncCoopCanvasSize();
 
 // How many co-op sources exist in the process right now.

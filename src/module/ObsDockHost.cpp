@@ -19,19 +19,6 @@ struct Search {
     QList<DockSource> found;
 };
 
-DockSource dockSourceOf(obs_source_t *source)
-{
-    DockSource entry;
-    obs_source_t *ref = obs_source_get_ref(source);
-    if (!ref)
-        return entry;
-    entry.name = QString::fromUtf8(obs_source_get_name(ref));
-    entry.uuid = QString::fromUtf8(obs_source_get_uuid(ref));
-    entry.handle = std::shared_ptr<void>(
-        ref, [](void *held) { obs_source_release(static_cast<obs_source_t *>(held)); });
-    return entry;
-}
-
 bool collectItem(obs_scene_t *, obs_sceneitem_t *item, void *param)
 {
     auto *search = static_cast<Search *>(param);
@@ -41,15 +28,26 @@ bool collectItem(obs_scene_t *, obs_sceneitem_t *item, void *param)
     }
     obs_source_t *source = obs_sceneitem_get_source(item);
     const char *id = source ? obs_source_get_id(source) : nullptr;
-    if (id && std::strcmp(id, search->typeId) == 0) {
-        DockSource entry = dockSourceOf(source);
-        if (entry.handle)
-            search->found.append(std::move(entry));
-    }
+    if (id && std::strcmp(id, search->typeId) == 0)
+        search->found.append(ObsDockHost::dockSourceOf(source));
     return true;
 }
 
 } // namespace
+
+DockSource ObsDockHost::dockSourceOf(obs_source_t *source)
+{
+    DockSource entry;
+    if (!source)
+        return entry;
+    entry.name = QString::fromUtf8(obs_source_get_name(source));
+    entry.uuid = QString::fromUtf8(obs_source_get_uuid(source));
+    entry.editorSource = [weak = OBSGetWeakRef(source)]() -> std::unique_ptr<EditorSource> {
+        OBSSourceAutoRelease strong = obs_weak_source_get_source(weak);
+        return makeEditorSource(strong);
+    };
+    return entry;
+}
 
 QWidget *ObsDockHost::mainWindow()
 {
@@ -75,26 +73,21 @@ QList<DockSource> ObsDockHost::findSources(const char *typeId)
     return search.found;
 }
 
-bool ObsDockHost::createSourceOnTop(const char *typeId, const QString &name)
+std::optional<DockSource> ObsDockHost::createSourceOnTop(const char *typeId, const QString &name)
 {
     OBSSourceAutoRelease sceneSource = FrontendApi::instance().currentScene();
     obs_scene_t *scene = obs_scene_from_source(sceneSource);
     if (!scene || !typeId)
-        return false;
+        return std::nullopt;
     OBSSourceAutoRelease source =
         obs_source_create(typeId, name.toUtf8().constData(), nullptr, nullptr);
     if (!source)
-        return false;
+        return std::nullopt;
     obs_sceneitem_t *item = obs_scene_add(scene, source);
     if (!item)
-        return false;
+        return std::nullopt;
     obs_sceneitem_set_order(item, OBS_ORDER_MOVE_TOP);
-    return true;
-}
-
-std::unique_ptr<EditorSource> ObsDockHost::editorSource(const DockSource &source)
-{
-    return makeEditorSource(static_cast<obs_source_t *>(source.handle.get()));
+    return dockSourceOf(source);
 }
 
 void ObsDockHost::prepareCoopCanvas()

@@ -6,59 +6,63 @@
 #include "SourceRegistry.h"
 #include "files/CanvasFiles.h"
 
-#include <obs.h>
+#include <obs.hpp>
 
 #include <mutex>
 
 namespace {
 
-const char *const RemovalSignals[] = {"remove", "destroy"};
-
-// Holds a strong reference to a canvas source and its signal connections for
-// as long as it lives.
+// The editor's view of a canvas source. It holds only a weak reference, so
+// that deleting the source's last scene item in the host destroys the source
+// (and so reaches the editor through "destroy"); every call takes a strong
+// reference for its own duration and does nothing once the source is gone.
 class ObsEditorSource final : public EditorSource {
 public:
-    // Takes over the strong reference `source`.
-    ObsEditorSource(obs_source_t *source, CanvasSourceData *record)
-        : m_source(source), m_record(record)
-    {
-        signal_handler_t *handler = obs_source_get_signal_handler(m_source);
-        for (const char *signal : RemovalSignals)
-            signal_handler_connect(handler, signal, &ObsEditorSource::onRemoved, this);
-    }
+    ObsEditorSource(obs_source_t *source, const CanvasSourceData &record)
+        : m_source(OBSGetWeakRef(source)), m_size(int(record.width()), int(record.height())),
+          m_key(canvasKeyFor(obs_source_get_uuid(source), obs_source_get_name(source))),
+          m_removeSignal(obs_source_get_signal_handler(source), "remove",
+                         &ObsEditorSource::onRemoved, this),
+          m_destroySignal(obs_source_get_signal_handler(source), "destroy",
+                          &ObsEditorSource::onRemoved, this)
+    {}
 
-    ~ObsEditorSource() override
-    {
-        // Disconnecting waits for a callback that is running on another thread.
-        signal_handler_t *handler = obs_source_get_signal_handler(m_source);
-        for (const char *signal : RemovalSignals)
-            signal_handler_disconnect(handler, signal, &ObsEditorSource::onRemoved, this);
-        obs_source_release(m_source);
-    }
+    // The signal members go first and wait for a callback running on another
+    // thread; the handler outlives the source while they are connected.
+    ~ObsEditorSource() override = default;
 
-    ObsEditorSource(const ObsEditorSource &) = delete;
-    ObsEditorSource &operator=(const ObsEditorSource &) = delete;
-
-    QSize canvasSize() const override
-    {
-        return QSize(int(m_record->width()), int(m_record->height()));
-    }
-
-    QString canvasKey() const override
-    {
-        return canvasKeyFor(obs_source_get_uuid(m_source), obs_source_get_name(m_source));
-    }
+    QSize canvasSize() const override { return m_size; }
+    QString canvasKey() const override { return m_key; }
 
     void commit(const QVector<Stroke> &strokes, const QImage &image) override
     {
-        m_record->commit(strokes, image);
+        withRecord([&](CanvasSourceData &record) { record.commit(strokes, image); });
     }
-    void setLiveImage(const QImage &image) override { m_record->setLiveImage(image); }
-    void setJitterEnabled(bool on) override { m_record->setJitterEnabled(on); }
-    void setJitterAmount(float px) override { m_record->setJitterAmount(px); }
-    void setJitterInterval(float seconds) override { m_record->setJitterInterval(seconds); }
+    void setLiveImage(const QImage &image) override
+    {
+        withRecord([&](CanvasSourceData &record) { record.setLiveImage(image); });
+    }
+    void setJitterEnabled(bool on) override
+    {
+        withRecord([&](CanvasSourceData &record) { record.setJitterEnabled(on); });
+    }
+    void setJitterAmount(float px) override
+    {
+        withRecord([&](CanvasSourceData &record) { record.setJitterAmount(px); });
+    }
+    void setJitterInterval(float seconds) override
+    {
+        withRecord([&](CanvasSourceData &record) { record.setJitterInterval(seconds); });
+    }
 
-    QImage captureScene() override { return ::captureScene(*m_record, FrontendApi::instance()); }
+    QImage captureScene() override
+    {
+        QImage image;
+        withRecord([&](CanvasSourceData &record) {
+            image = ::captureScene(record, FrontendApi::instance());
+        });
+        return image;
+    }
 
     void setRemovedCallback(std::function<void()> callback) override
     {
@@ -67,6 +71,13 @@ public:
     }
 
 private:
+    template <typename Use> void withRecord(Use use)
+    {
+        OBSSourceAutoRelease source = obs_weak_source_get_source(m_source);
+        if (CanvasSourceData *record = source ? SourceRegistry::instance().find(source) : nullptr)
+            use(*record);
+    }
+
     static void onRemoved(void *data, calldata_t *)
     {
         auto *self = static_cast<ObsEditorSource *>(data);
@@ -77,23 +88,21 @@ private:
             self->m_removed();
     }
 
-    obs_source_t *m_source;
-    CanvasSourceData *m_record;
+    const OBSWeakSource m_source;
+    const QSize m_size;
+    const QString m_key;
     std::mutex m_callbackMutex;
     std::function<void()> m_removed;
+    OBSSignal m_removeSignal;
+    OBSSignal m_destroySignal;
 };
 
 } // namespace
 
 std::unique_ptr<EditorSource> makeEditorSource(obs_source_t *source)
 {
-    if (!source)
-        return nullptr;
-    CanvasSourceData *record = SourceRegistry::instance().find(source);
+    CanvasSourceData *record = source ? SourceRegistry::instance().find(source) : nullptr;
     if (!record)
         return nullptr;
-    obs_source_t *ref = obs_source_get_ref(source);
-    if (!ref)
-        return nullptr;
-    return std::make_unique<ObsEditorSource>(ref, record);
+    return std::make_unique<ObsEditorSource>(source, *record);
 }

@@ -1,6 +1,7 @@
 #include "CanvasSource.h"
 #include "CoopSource.h"
 #include "FrontendApi.h"
+#include "ModuleLifetime.h"
 #include "ObsDockHost.h"
 #include "common/Log.h"
 #include "common/Version.h"
@@ -8,8 +9,8 @@
 #include "dock/PluginDock.h"
 #include "update/UpdateChecker.h"
 
-#include <QDockWidget>
 #include <QMainWindow>
+#include <QPointer>
 
 #include <obs-frontend-api.h>
 #include <obs-module.h>
@@ -22,9 +23,28 @@ namespace {
 const char DockId[] = "pennoria-draw-dock";
 const char DockTitle[] = "Pennoria: Draw";
 
+QPointer<PluginDock> g_dock;
+bool g_frontendEvents = false;
+
 void hostLogSink(const char *line)
 {
     blog(LOG_INFO, "%s", line);
+}
+
+void onFrontendEvent(enum obs_frontend_event event, void *)
+{
+    switch (event) {
+    case OBS_FRONTEND_EVENT_FINISHED_LOADING:
+        // The host has restored its window layout by now.
+        showDockOnFirstStart(FrontendApi::instance().mainWindow(), DockId);
+        break;
+    case OBS_FRONTEND_EVENT_EXIT:
+        // The editors still have their windows: let them save.
+        shutDownModule(g_dock);
+        break;
+    default:
+        break;
+    }
 }
 
 } // namespace
@@ -51,17 +71,20 @@ void obs_module_post_load(void)
     QMainWindow *mainWindow = FrontendApi::instance().mainWindow();
     if (!mainWindow)
         return;
-    auto *dock = new PluginDock(std::make_unique<ObsDockHost>(), new UpdateChecker, mainWindow);
-#if LIBOBS_API_MAJOR_VER >= 30
-    obs_frontend_add_dock_by_id(DockId, DockTitle, dock);
-#else
-    auto *frame = new QDockWidget(QString::fromUtf8(DockTitle), mainWindow);
-    frame->setObjectName(QString::fromUtf8(DockId));
-    frame->setWidget(dock);
-    obs_frontend_add_dock(frame);
-#endif
-    placeDockFrame(mainWindow, DockId);
+    g_dock = new PluginDock(std::make_unique<ObsDockHost>(), new UpdateChecker, mainWindow);
+    connectSourceHotkeys(g_dock);
+    obs_frontend_add_dock_by_id(DockId, DockTitle, g_dock);
+    obs_frontend_add_event_callback(onFrontendEvent, nullptr);
+    g_frontendEvents = true;
 }
 
+// Explicit teardown while the host is still up, in the order the parts
+// depend on each other (see shutDownModule).
 void obs_module_unload(void)
-{}
+{
+    if (g_frontendEvents)
+        obs_frontend_remove_event_callback(onFrontendEvent, nullptr);
+    g_frontendEvents = false;
+    shutDownModule(g_dock);
+    delete g_dock;
+}

@@ -176,16 +176,16 @@ void TestCoopSource::wiggleShowsRemoteStrokeAtNextTick()
     canvas.setJitterInterval(100000.0f);
     canvas.setJitterEnabled(true);
     coop.tick(0.001f);
-    QVERIFY(!coop.record()->grid.isEmpty());
+    QVERIFY(!coop.record()->wiggle.grid().isEmpty());
     const QImage firstFrame = coop.render();
-    QCOMPARE(firstFrame, warpImage(pattern(1920, 1080), coop.record()->grid));
+    QCOMPARE(firstFrame, warpImage(pattern(1920, 1080), coop.record()->wiggle.grid()));
     QVERIFY(firstFrame != pattern(1920, 1080));
 
     canvas.onRemoteStroke(redBrush(), QStringLiteral("friend"));
     coop.tick(0.001f);
     const QImage picture = canvas.image();
     const QImage shown = coop.render();
-    QCOMPARE(shown, warpImage(picture, coop.record()->grid));
+    QCOMPARE(shown, warpImage(picture, coop.record()->wiggle.grid()));
     QVERIFY(shown != picture);
     QVERIFY(shown != firstFrame);
     QCOMPARE(coop.record()->lastWiggledVersion, canvas.version());

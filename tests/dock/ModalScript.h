@@ -1,17 +1,15 @@
 #pragma once
 
 #include <QApplication>
-#include <QMessageBox>
 #include <QPointer>
-#include <QStringList>
 #include <QTimer>
 #include <QWidget>
 
 #include <functional>
 
-// Drives modal dialogs shown by a blocking call: each step gets the next
-// modal widget that appears. A modal that turns up when no step is left is
-// recorded as unexpected and closed. Only the newest script acts.
+// Drives the modal dialogs a blocking call shows: each step gets the next
+// modal that appears; one that turns up when no step is left is counted as
+// unexpected and closed. Only the newest script acts.
 class ModalScript : public QObject {
 public:
     using Step = std::function<void(QWidget *)>;
@@ -29,8 +27,7 @@ public:
     }
 
     bool finished() const { return m_steps.isEmpty(); }
-    // Window titles of every modal seen, in order.
-    QStringList seen() const { return m_seen; }
+    QStringList seen() const { return m_seen; } // window titles, in order
     int unexpected() const { return m_unexpected; }
 
 private:
@@ -42,19 +39,17 @@ private:
 
     void poll()
     {
-        if (active() != this)
-            return;
         QWidget *modal = QApplication::activeModalWidget();
-        if (!modal || modal == m_last)
+        if (active() != this || !modal || modal == m_last)
             return;
         m_last = modal;
         m_seen << modal->windowTitle();
         if (m_steps.isEmpty()) {
             ++m_unexpected;
             modal->close();
-            return;
+        } else {
+            m_steps.takeFirst()(modal);
         }
-        m_steps.takeFirst()(modal);
     }
 
     QList<Step> m_steps;

@@ -1,15 +1,16 @@
+// The dock on a real libobs: finding and creating canvas sources, opening
+// editors, the source's hotkeys, a source deleted from its scene, the first
+// start's dock placement, the update prompt and the co-op button's flows.
+
 // Qt first: libobs's SIMD aliases break the compiler's intrinsics headers
 // when they come before them.
 #include <QDialogButtonBox>
 #include <QDockWidget>
-#include <QLabel>
 #include <QLineEdit>
 #include <QMainWindow>
 #include <QMessageBox>
 #include <QPushButton>
-#include <QScreen>
 #include <QScrollArea>
-#include <QSettings>
 #include <QTcpServer>
 #include <QtTest>
 
@@ -17,32 +18,29 @@
 #include "ModalScript.h"
 #include "ObsHost.h"
 #include "Screenshot.h"
+#include "TestImages.h"
 
+#include "CanvasSource.h"
 #include "FrontendApi.h"
+#include "ModuleLifetime.h"
 #include "ObsDockHost.h"
-#include "ObsEditorSource.h"
 #include "SourceRegistry.h"
+#include "canvas/CanvasWidget.h"
 #include "coop/CoopSession.h"
-#include "dock/CanvasChooser.h"
-#include "dock/CoopDialogs.h"
 #include "dock/DockPlacement.h"
 #include "dock/PluginDock.h"
 #include "dock/SetupDialog.h"
 #include "editor/DrawingWindow.h"
+#include "files/CanvasDirectory.h"
+#include "files/CanvasSaver.h"
+#include "settings/SettingsKeys.h"
 #include "update/UpdateChecker.h"
-#include "widgets/Icons.h"
-#include "widgets/TintedIcon.h"
 
 #include <obs.hpp>
 
 namespace {
 
 const QString CoopTitle = QStringLiteral("Pennoria: Draw Co-op");
-const QString IdleTip = QStringLiteral("Host or join a Pennoria: Draw co-op session");
-const QString GreenStyle = QStringLiteral(
-    "QPushButton { background-color: #2e8b2e; border: 1px solid #246b24; border-radius: 4px; }");
-const QString AmberStyle = QStringLiteral(
-    "QPushButton { background-color: #c8861a; border: 1px solid #9c6712; border-radius: 4px; }");
 
 // Real libobs scenes as the "current scene", and a real main window.
 class TestFrontend final : public FrontendApi {
@@ -53,6 +51,13 @@ public:
     QMainWindow *mainWindow() override { return window; }
 };
 
+quint16 freePort()
+{
+    QTcpServer probe;
+    probe.listen(QHostAddress::Any, 0);
+    return probe.serverPort();
+}
+
 // Adds a new source to the scene (on top) and returns it; the scene holds it.
 obs_source_t *addSource(obs_scene_t *scene, const char *typeId, const char *name)
 {
@@ -61,22 +66,19 @@ obs_source_t *addSource(obs_scene_t *scene, const char *typeId, const char *name
     return source.Get();
 }
 
-struct ItemList {
-    QStringList names;
-};
-
-bool listItem(obs_scene_t *, obs_sceneitem_t *item, void *param)
-{
-    static_cast<ItemList *>(param)->names << obs_source_get_name(obs_sceneitem_get_source(item));
-    return true;
-}
-
 // The scene's item names, bottom first as the host lists them.
 QStringList itemNames(obs_scene_t *scene)
 {
-    ItemList list;
-    obs_scene_enum_items(scene, listItem, &list);
-    return list.names;
+    QStringList names;
+    obs_scene_enum_items(
+        scene,
+        [](obs_scene_t *, obs_sceneitem_t *item, void *param) {
+            *static_cast<QStringList *>(param)
+                << obs_source_get_name(obs_sceneitem_get_source(item));
+            return true;
+        },
+        &names);
+    return names;
 }
 
 QStringList namesOf(const QList<DockSource> &sources)
@@ -87,38 +89,37 @@ QStringList namesOf(const QList<DockSource> &sources)
     return names;
 }
 
-QPushButton *buttonWithText(QWidget *parent, const QString &text)
+QStringList buttonTexts(QWidget *modal)
 {
-    for (QPushButton *button : parent->findChildren<QPushButton *>())
-        if (button->text() == text)
-            return button;
-    return nullptr;
+    QStringList texts;
+    for (QPushButton *button : modal->findChildren<QPushButton *>())
+        texts << button->text();
+    return texts;
 }
 
-// Clicks the modal's button of that text, or closes the modal when there is none.
-void clickText(QWidget *modal, const QString &text)
+// Clicks the modal's button of that text, else closes the modal.
+void click(QWidget *modal, const QString &text)
 {
-    if (QPushButton *button = buttonWithText(modal, text))
-        button->click();
-    else
-        modal->close();
+    for (QPushButton *button : modal->findChildren<QPushButton *>())
+        if (button->text().remove('&') == text)
+            return button->click();
+    modal->close();
+}
+
+// Confirms a question box, or a dialog (after typing text into its field).
+void accept(QWidget *modal, const QString &text = QString())
+{
+    if (auto *box = qobject_cast<QMessageBox *>(modal))
+        return box->button(QMessageBox::Yes)->click();
+    if (!text.isNull())
+        modal->findChild<QLineEdit *>()->setText(text);
+    modal->findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Ok)->click();
 }
 
 QString messageText(QWidget *modal)
 {
     auto *box = qobject_cast<QMessageBox *>(modal);
     return box ? box->text() : QString();
-}
-
-void clickMessageButton(QWidget *modal, QMessageBox::StandardButton which)
-{
-    if (auto *box = qobject_cast<QMessageBox *>(modal)) {
-        if (QAbstractButton *button = box->button(which)) {
-            button->click();
-            return;
-        }
-    }
-    modal->close();
 }
 
 QList<DrawingWindow *> openEditors()
@@ -130,20 +131,13 @@ QList<DrawingWindow *> openEditors()
     return windows;
 }
 
-// Whether the button shows the people icon drawn in that colour.
-bool showsPeopleIn(QPushButton *button, const QColor &color)
+// The co-op button's background: "green", "amber" or "plain".
+QString tone(QPushButton *button)
 {
-    const QImage shown =
-        button->icon().pixmap(QSize(18, 18)).toImage().convertToFormat(QImage::Format_ARGB32);
-    const QImage expected = tintedSvgPixmap(Icons::People, color, QSize(18, 18))
-                                .toImage()
-                                .convertToFormat(QImage::Format_ARGB32);
-    return shown == expected;
-}
-
-QSettings coopSettings()
-{
-    return QSettings(QStringLiteral("PennoriaDraw"), QStringLiteral("Coop"));
+    const QColor c = button->grab().toImage().pixelColor(4, button->height() / 2);
+    if (c.hsvSaturation() < 80)
+        return "plain";
+    return c.hsvHue() > 90 ? "green" : "amber";
 }
 
 } // namespace
@@ -157,56 +151,55 @@ private slots:
     void cleanup();
     void cleanupTestCase();
 
-    void buildsWithIdleButtons();
-    void canvasTwoGroupsDeepIsFound();
-    void chooserListsTopFirst();
-    void chooserOfTenScrollsAt284();
-    void drawWithoutCanvasCreatesOneOnTop();
-    void cancelledSetupCreatesNothing();
-    void blankNameCannotBeConfirmed();
+    void findsCanvasesTopFirstInNestedGroups();
+    void chooserScrollsAndOpensTheChosenCanvas();
+    void firstDrawCreatesCanvasOnTopAndOpensIt();
+    void setupNeedsANonBlankName();
     void missingRecordWarns();
     void drawTwiceRaisesTheOpenWindow();
-    void dockFrameIsCentredAtLeastMinimum();
+    void deletedSceneItemClosesEditorAndWritesNothing();
+    void hotkeysActOnTheSourcesOwnDrawing();
+    void hotkeysActThroughAnOpenEditor();
+    void dockShownDockedOnFirstStartOnly();
     void updatePromptOffersTheDownload();
 
-    void coopSetupCancelledOpensNoHostDialog();
-    void hostWithEmptyNicknameIsAnon();
-    void hostFailureShowsTheSystemText();
-    void clickWhileConnectingLeaves();
-    void welcomedClientShowsConnected();
+    void hostingFailsThenHostsAsAnon();
+    void joiningAmberThenGreenThenLeft();
     void refusedConnectionShowsOneWarning();
 
 private:
-    void freshScene(const char *name);
-    // Waits until port 42069 can be bound (other tests may hold it for a while).
-    static bool waitForCoopPortFree();
-    static bool listenOnCoopPort(QTcpServer &server);
     QPushButton *drawButton() const { return m_dock->findChild<QPushButton *>("drawButton"); }
     QPushButton *coopButton() const { return m_dock->findChild<QPushButton *>("coopButton"); }
+    static void pressHotkey(obs_source_t *source, const char *name);
 
     ObsHost m_host;
     TestFrontend m_frontend;
     QMainWindow *m_main = nullptr;
     PluginDock *m_dock = nullptr;
     OBSSceneAutoRelease m_scene;
+    quint16 m_port = 0; // co-op, on a port free on this machine
 };
 
 void TestDock::initTestCase()
 {
     QVERIFY2(m_host.start(), qPrintable(m_host.error()));
+    m_port = freePort();
     m_main = new QMainWindow;
     m_main->resize(400, 200);
     m_frontend.window = m_main;
     FrontendApi::setInstance(&m_frontend);
-    m_dock =
-        new PluginDock(std::make_unique<ObsDockHost>(), new UpdateChecker({}, QString()), m_main);
+    m_dock = new PluginDock(std::make_unique<ObsDockHost>(m_port), new UpdateChecker({}, QString()),
+                            m_main);
     m_main->setCentralWidget(m_dock);
     m_main->show();
+    connectSourceHotkeys(m_dock);
+    obs_hotkey_enable_callback_rerouting(true);
 }
 
 void TestDock::init()
 {
-    freshScene("Dock Scene");
+    m_scene = obs_scene_create_private("Dock Scene");
+    m_frontend.scene = obs_scene_get_source(m_scene);
 }
 
 void TestDock::cleanup()
@@ -215,61 +208,50 @@ void TestDock::cleanup()
     for (DrawingWindow *window : openEditors())
         window->close();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    CanvasSaver::waitForPendingSaves();
+    m_frontend.scene = nullptr;
+    m_scene = nullptr;
 }
 
 void TestDock::cleanupTestCase()
 {
+    shutDownModule(m_dock);
     delete m_main;
-    m_frontend.scene = nullptr;
-    m_scene = nullptr;
     FrontendApi::setInstance(nullptr);
     m_host.stop();
 }
 
-void TestDock::freshScene(const char *name)
+void TestDock::pressHotkey(obs_source_t *source, const char *name)
 {
-    m_scene = obs_scene_create_private(name);
-    m_frontend.scene = obs_scene_get_source(m_scene);
-}
-
-bool TestDock::waitForCoopPortFree()
-{
-    return QTest::qWaitFor(
-        [] {
-            QTcpServer probe;
-            return probe.listen(QHostAddress::Any, CoopPort);
+    struct Find {
+        obs_source_t *source;
+        const char *name;
+        obs_hotkey_id id = OBS_INVALID_HOTKEY_ID;
+    } find{source, name};
+    obs_enum_hotkeys(
+        [](void *data, obs_hotkey_id id, obs_hotkey_t *hotkey) {
+            auto *f = static_cast<Find *>(data);
+            auto *weak = static_cast<obs_weak_source_t *>(obs_hotkey_get_registerer(hotkey));
+            if (obs_hotkey_get_registerer_type(hotkey) == OBS_HOTKEY_REGISTERER_SOURCE &&
+                obs_weak_source_references_source(weak, f->source) &&
+                qstrcmp(obs_hotkey_get_name(hotkey), f->name) == 0)
+                f->id = id;
+            return true;
         },
-        60000);
+        &find);
+    QVERIFY2(find.id != OBS_INVALID_HOTKEY_ID, name);
+    obs_hotkey_trigger_routed_callback(find.id, true);
+    obs_hotkey_trigger_routed_callback(find.id, false);
+    QCoreApplication::processEvents();
 }
 
-bool TestDock::listenOnCoopPort(QTcpServer &server)
-{
-    return QTest::qWaitFor([&server] { return server.listen(QHostAddress::Any, CoopPort); }, 60000);
-}
-
-void TestDock::buildsWithIdleButtons()
-{
-    QCOMPARE(drawButton()->text(), QStringLiteral("  Draw"));
-    QCOMPARE(drawButton()->toolTip(),
-             QStringLiteral("Open or create a Pennoria Canvas on the current scene"));
-    QCOMPARE(drawButton()->iconSize(), QSize(16, 16));
-    QCOMPARE(drawButton()->minimumHeight(), 32);
-    QCOMPARE(coopButton()->size(), QSize(32, 32));
-    QCOMPARE(coopButton()->iconSize(), QSize(18, 18));
-    QCOMPARE(coopButton()->toolTip(), IdleTip);
-    QCOMPARE(coopButton()->styleSheet(), QString());
-    QVERIFY(showsPeopleIn(coopButton(), coopButton()->palette().color(QPalette::ButtonText)));
-    QVERIFY(saveScreenshot(m_dock, "dock-idle"));
-}
-
-void TestDock::canvasTwoGroupsDeepIsFound()
+// Fault: groups are not searched, the order is bottom first, types mixed.
+void TestDock::findsCanvasesTopFirstInNestedGroups()
 {
     addSource(m_scene, "pennoria_canvas", "Bottom");
     obs_sceneitem_t *outer = obs_scene_add_group2(m_scene, "Outer", false);
-    QVERIFY(outer);
     obs_sceneitem_t *inner =
         obs_scene_add_group2(obs_sceneitem_group_get_scene(outer), "Inner", false);
-    QVERIFY(inner);
     addSource(obs_sceneitem_group_get_scene(inner), "pennoria_canvas", "Deep");
     addSource(obs_sceneitem_group_get_scene(inner), "pennoria_coop_canvas", "Deep Co-op");
     addSource(m_scene, "pennoria_canvas", "Top");
@@ -278,484 +260,372 @@ void TestDock::canvasTwoGroupsDeepIsFound()
     QCOMPARE(namesOf(host.findSources("pennoria_canvas")), (QStringList{"Top", "Deep", "Bottom"}));
     QCOMPARE(namesOf(host.findSources("pennoria_coop_canvas")), QStringList{"Deep Co-op"});
     QCOMPARE(host.currentSceneName(), QStringLiteral("Dock Scene"));
-
     m_frontend.scene = nullptr;
     QVERIFY(host.findSources("pennoria_canvas").isEmpty());
-    QVERIFY(host.currentSceneName().isEmpty());
     QVERIFY(!host.createSourceOnTop("pennoria_canvas", "Nowhere"));
 }
 
-void TestDock::chooserListsTopFirst()
-{
-    addSource(m_scene, "pennoria_canvas", "Lower");
-    obs_sceneitem_t *group = obs_scene_add_group2(m_scene, "Group", false);
-    addSource(obs_sceneitem_group_get_scene(group), "pennoria_canvas", "Grouped");
-    addSource(m_scene, "pennoria_canvas", "Upper");
-
-    QStringList entries;
-    ModalScript script({[&](QWidget *modal) {
-        for (QPushButton *button : modal->findChildren<QPushButton *>())
-            entries << button->text();
-        saveScreenshot(modal, "chooser");
-        modal->close();
-    }});
-    drawButton()->click();
-    QVERIFY(script.finished());
-    QCOMPARE(script.seen(), QStringList{"Select Canvas"});
-    QCOMPARE(entries, (QStringList{"Upper", "Grouped", "Lower"}));
-    QVERIFY(openEditors().isEmpty());
-}
-
-void TestDock::chooserOfTenScrollsAt284()
+// Fault: the list is not capped, or another entry than the clicked one opens.
+void TestDock::chooserScrollsAndOpensTheChosenCanvas()
 {
     for (int i = 1; i <= 10; ++i)
         addSource(m_scene, "pennoria_canvas", qPrintable(QStringLiteral("Canvas %1").arg(i)));
-
     int listHeight = -1;
-    int buttons = 0;
-    QString first;
+    QStringList entries;
     ModalScript script({[&](QWidget *modal) {
-        auto *scroll = modal->findChild<QScrollArea *>();
-        listHeight = scroll ? scroll->height() : -1;
-        buttons = int(modal->findChildren<QPushButton *>().size());
-        first = modal->findChildren<QPushButton *>().value(0)->text();
+        listHeight = modal->findChild<QScrollArea *>()->height();
+        entries = buttonTexts(modal);
         saveScreenshot(modal, "chooser-ten");
-        modal->close();
+        click(modal, "Canvas 8");
     }});
     drawButton()->click();
     QVERIFY(script.finished());
     QCOMPARE(listHeight, 284);
-    QCOMPARE(buttons, 10);
-    QCOMPARE(first, QStringLiteral("Canvas 10"));
-    QCOMPARE(CanvasChooser::listHeight(2), 68);
+    QCOMPARE(entries.value(0), QStringLiteral("Canvas 10"));
+    QCOMPARE(entries.size(), 10);
+    QCOMPARE(openEditors().size(), 1);
+    QCOMPARE(openEditors().first()->windowTitle(),
+             QStringLiteral("Pennoria: Draw [Dock Scene: Canvas 8]"));
 }
 
-void TestDock::drawWithoutCanvasCreatesOneOnTop()
+// Fault: the name is not trimmed, the source goes to the bottom, the first
+// press only creates it, or a cancelled dialog still creates one.
+void TestDock::firstDrawCreatesCanvasOnTopAndOpensIt()
 {
-    addSource(m_scene, "pennoria_coop_canvas", "Existing Co-op");
-    OBSSceneAutoRelease other = obs_scene_create_private("Nested Scene");
-    obs_scene_add(m_scene, obs_scene_get_source(other));
+    ModalScript cancel({[](QWidget *modal) { static_cast<QDialog *>(modal)->reject(); }});
+    drawButton()->click();
+    QVERIFY(cancel.finished());
+    QVERIFY(itemNames(m_scene).isEmpty());
 
-    QString title;
+    addSource(m_scene, "pennoria_coop_canvas", "Existing Co-op");
     QString defaultName;
-    bool focused = false;
     ModalScript script({[&](QWidget *modal) {
-        title = modal->windowTitle();
-        auto *edit = modal->findChild<QLineEdit *>();
-        defaultName = edit->text();
-        focused = edit->hasFocus() || modal->focusWidget() == edit;
+        defaultName = modal->findChild<QLineEdit *>()->text();
         saveScreenshot(modal, "setup-dialog");
-        edit->setText(QStringLiteral("  My Canvas  "));
-        modal->findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Ok)->click();
+        accept(modal, QStringLiteral("  My Canvas  "));
     }});
     drawButton()->click();
     QVERIFY(script.finished());
-    QCOMPARE(title, QStringLiteral("New Pennoria Canvas"));
     QCOMPARE(defaultName, QStringLiteral("Pennoria Canvas"));
-    QVERIFY(focused);
-    QCOMPARE(itemNames(m_scene), (QStringList{"Existing Co-op", "Nested Scene", "My Canvas"}));
-    ObsDockHost host;
-    QCOMPARE(namesOf(host.findSources("pennoria_canvas")), QStringList{"My Canvas"});
-    // Nothing is opened on creation.
-    QVERIFY(openEditors().isEmpty());
+    QCOMPARE(itemNames(m_scene), (QStringList{"Existing Co-op", "My Canvas"}));
+    QCOMPARE(openEditors().size(), 1);
+    QCOMPARE(openEditors().first()->windowTitle(),
+             QStringLiteral("Pennoria: Draw [Dock Scene: My Canvas]"));
 }
 
-void TestDock::cancelledSetupCreatesNothing()
-{
-    ModalScript script({[](QWidget *modal) { static_cast<QDialog *>(modal)->reject(); }});
-    drawButton()->click();
-    QVERIFY(script.finished());
-    QVERIFY(itemNames(m_scene).isEmpty());
-}
-
-void TestDock::blankNameCannotBeConfirmed()
+// Fault: blank names can be confirmed, or Enter confirms them.
+void TestDock::setupNeedsANonBlankName()
 {
     SetupDialog dialog(nullptr, QStringLiteral("Pennoria Canvas"));
     QPushButton *ok = dialog.findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Ok);
-    QCOMPARE(ok->text(), QString::fromUtf8("OK \xE2\x80\x94 Create Canvas"));
-    QCOMPARE(dialog.width(), 340);
-    QVERIFY(ok->isEnabled());
     auto *edit = dialog.findChild<QLineEdit *>();
     QCOMPARE(edit->selectedText(), QStringLiteral("Pennoria Canvas"));
-    QCOMPARE(edit->placeholderText(),
-             QString::fromUtf8("Enter a name for this canvas\xE2\x80\xA6"));
     dialog.show();
     edit->setText(QStringLiteral("    "));
     QVERIFY(!ok->isEnabled());
     QTest::keyClick(edit, Qt::Key_Return);
     QVERIFY(dialog.isVisible());
-    QCOMPARE(dialog.result(), int(QDialog::Rejected));
     QTest::keyClicks(edit, QStringLiteral("x"));
     QVERIFY(ok->isEnabled());
     QCOMPARE(dialog.name(), QStringLiteral("x"));
-    edit->clear();
-    QVERIFY(!ok->isEnabled());
 }
 
+// Fault: a source without a record opens a dead editor or nothing at all.
 void TestDock::missingRecordWarns()
 {
     obs_source_t *canvas = addSource(m_scene, "pennoria_canvas", "Lost");
     CanvasSourceData *record = SourceRegistry::instance().find(canvas);
     SourceRegistry::instance().erase(canvas);
-
-    QString title;
     QString text;
     ModalScript script({[&](QWidget *modal) {
-        title = modal->windowTitle();
         text = messageText(modal);
         saveScreenshot(modal, "missing-record-warning");
-        clickMessageButton(modal, QMessageBox::Ok);
+        modal->close();
     }});
     drawButton()->click();
-    if (record)
-        SourceRegistry::instance().insert(canvas, record);
+    SourceRegistry::instance().insert(canvas, record);
     QVERIFY(script.finished());
-    QCOMPARE(title, QStringLiteral("Pennoria: Draw"));
     QCOMPARE(text, QStringLiteral("Could not locate the canvas source data.\nTry restarting OBS."));
     QVERIFY(openEditors().isEmpty());
 }
 
+// Fault: a second editor opens on the same source, or a closed one is raised.
 void TestDock::drawTwiceRaisesTheOpenWindow()
 {
-    obs_source_t *canvas = addSource(m_scene, "pennoria_canvas", "Twice");
-    if (!makeEditorSource(canvas))
-        QSKIP("makeEditorSource is still a stub that finds no canvas record");
-
+    addSource(m_scene, "pennoria_canvas", "Twice");
     drawButton()->click();
-    QCOMPARE(openEditors().size(), 1);
-    QPointer<DrawingWindow> first = openEditors().first();
-    QCOMPARE(first->windowTitle(), QStringLiteral("Pennoria: Draw [Dock Scene: Twice]"));
-    QVERIFY(!first->isCoopMode());
+    QPointer<DrawingWindow> first = openEditors().value(0);
+    QVERIFY(first);
     first->showMinimized();
-
     drawButton()->click();
-    QCOMPARE(openEditors().size(), 1);
-    QCOMPARE(openEditors().first(), first.data());
+    QCOMPARE(openEditors(), QList<DrawingWindow *>{first.data()});
     QVERIFY(!first->isMinimized());
-
     first->close();
     QTRY_VERIFY(first.isNull());
     drawButton()->click();
     QCOMPARE(openEditors().size(), 1);
 }
 
-void TestDock::dockFrameIsCentredAtLeastMinimum()
+// Fault: the editor keeps the source alive (a strong reference), so deleting
+// it from the scene the way the host's Sources list does leaves the editor
+// open and writing canvas files of a source that is in no scene.
+void TestDock::deletedSceneItemClosesEditorAndWritesNothing()
 {
-    QMainWindow window;
-    auto *frame = new QDockWidget(QStringLiteral("Pennoria: Draw"), &window);
-    frame->setObjectName(QStringLiteral("pennoria-draw-dock"));
-    frame->setWidget(new QWidget(frame));
-    window.addDockWidget(Qt::RightDockWidgetArea, frame);
-    frame->setFloating(true);
-
-    placeDockFrame(&window, "pennoria-draw-dock");
-    const QRect available = window.screen()->availableGeometry();
-    const QSize hint = frame->sizeHint();
-    const QSize expected(std::max(hint.width(), 280), std::max(hint.height(), 120));
-    QCOMPARE(frame->geometry(),
-             QRect(QPoint(available.x() + (available.width() - expected.width()) / 2,
-                          available.y() + (available.height() - expected.height()) / 2),
-                   expected));
-
-    // Another object name: nothing to place, nothing happens.
-    const QRect before = frame->geometry();
-    placeDockFrame(&window, "other-dock");
-    placeDockFrame(nullptr, "pennoria-draw-dock");
-    QCOMPARE(frame->geometry(), before);
+    obs_source_t *canvas = addSource(m_scene, "pennoria_canvas", "Deleted");
+    const QString dir = canvasDirectory(QString::fromUtf8(obs_source_get_uuid(canvas)));
+    drawButton()->click();
+    QPointer<DrawingWindow> editor = openEditors().value(0);
+    QVERIFY(editor);
+    obs_sceneitem_remove(obs_scene_find_source(m_scene, "Deleted"));
+    QTRY_VERIFY(editor.isNull());
+    CanvasSaver::waitForPendingSaves();
+    QVERIFY(!QDir(dir).exists());
 }
 
+// Fault: a hotkey is not registered under the source (so not listed or
+// saved with it), or without an editor it does nothing, acts on another
+// document, is not shown, not saved, or cannot be undone.
+void TestDock::hotkeysActOnTheSourcesOwnDrawing()
+{
+    obs_source_t *canvas = addSource(m_scene, "pennoria_canvas", "Hotkeyed");
+    const QString dir = canvasDirectory(QString::fromUtf8(obs_source_get_uuid(canvas)));
+    QVERIFY(QDir().mkpath(dir));
+    const QImage drawing = pattern(1920, 1080);
+    QVERIFY(drawing.save(dir + "/canvas.png"));
+    auto *record = SourceRegistry::instance().find(canvas);
+    record->commit({}, drawing);
+
+    OBSDataAutoRelease saved = obs_save_source(canvas);
+    OBSDataAutoRelease hotkeys = obs_data_get_obj(saved, "hotkeys");
+    for (const char *name :
+         {"pennoria_draw.open_editor", "pennoria_draw.clear_layer", "pennoria_draw.undo",
+          "pennoria_draw.redo", "pennoria_draw.wiggle_on", "pennoria_draw.wiggle_off"})
+        QVERIFY2(obs_data_has_user_value(hotkeys, name), name);
+
+    const QImage blank = solid(1920, 1080, Qt::transparent);
+    pressHotkey(canvas, "pennoria_draw.clear_layer");
+    QTRY_COMPARE(ObsHost::renderSource(canvas, 1920, 1080), blank);
+    CanvasSaver::waitForPendingSaves();
+    QCOMPARE(QImage(dir + "/canvas.png").convertToFormat(QImage::Format_RGBA8888), blank);
+    pressHotkey(canvas, "pennoria_draw.undo");
+    QTRY_COMPARE(ObsHost::renderSource(canvas, 1920, 1080), drawing);
+    pressHotkey(canvas, "pennoria_draw.redo");
+    QTRY_COMPARE(ObsHost::renderSource(canvas, 1920, 1080), blank);
+    CanvasSaver::waitForPendingSaves();
+    QCOMPARE(QImage(dir + "/canvas.png").convertToFormat(QImage::Format_RGBA8888), blank);
+
+    pressHotkey(canvas, "pennoria_draw.wiggle_on");
+    QVERIFY(record->jitterEnabled());
+    QVERIFY(readSetting(openSettings(SettingsStore::Canvas), SettingsKeys::JitterEnabled));
+    pressHotkey(canvas, "pennoria_draw.wiggle_off");
+    QVERIFY(!record->jitterEnabled());
+    QVERIFY(openEditors().isEmpty());
+    pressHotkey(canvas, "pennoria_draw.open_editor");
+    QCOMPARE(openEditors().size(), 1);
+}
+
+// Fault: with an editor open the hotkey changes the source behind the
+// editor's back, so the editor's next stroke brings the cleared layer back.
+void TestDock::hotkeysActThroughAnOpenEditor()
+{
+    obs_source_t *canvas = addSource(m_scene, "pennoria_canvas", "Edited");
+    drawButton()->click();
+    DrawingWindow *editor = openEditors().value(0);
+    QVERIFY(editor);
+    auto *surface = editor->findChild<CanvasWidget *>();
+    const QPoint at = surface->rect().center();
+    QTest::mousePress(surface, Qt::LeftButton, {}, at);
+    QTest::mouseMove(surface, at + QPoint(40, 30));
+    QTest::mouseRelease(surface, Qt::LeftButton, {}, at + QPoint(40, 30));
+    const QImage drawn = ObsHost::renderSource(canvas, 1920, 1080);
+    QVERIFY(drawn != solid(1920, 1080, Qt::transparent));
+
+    pressHotkey(canvas, "pennoria_draw.clear_layer");
+    QTRY_COMPARE(ObsHost::renderSource(canvas, 1920, 1080), solid(1920, 1080, Qt::transparent));
+    QVERIFY(surface->canUndo());
+    pressHotkey(canvas, "pennoria_draw.undo");
+    QTRY_COMPARE(ObsHost::renderSource(canvas, 1920, 1080), drawn);
+}
+
+// Fault: the host's hidden, floating dock stays hidden on a fresh profile,
+// floats over the preview, or is shown again after the user hid it.
+void TestDock::dockShownDockedOnFirstStartOnly()
+{
+    openSettings(SettingsStore::Canvas).remove(SettingsKeys::DockPlaced.name);
+    QMainWindow window;
+    window.setCentralWidget(new QWidget(&window));
+    auto *controls = new QDockWidget(QStringLiteral("Controls"), &window);
+    controls->setObjectName(QStringLiteral("controlsDock"));
+    window.addDockWidget(Qt::BottomDockWidgetArea, controls);
+    auto *frame = new QDockWidget(QStringLiteral("Pennoria: Draw"), &window);
+    frame->setObjectName(QStringLiteral("pennoria-draw-dock"));
+    window.addDockWidget(Qt::RightDockWidgetArea, frame);
+    frame->setFloating(true);
+    frame->hide();
+    window.show();
+
+    QVERIFY(showDockOnFirstStart(&window, "pennoria-draw-dock"));
+    QVERIFY(frame->isVisible());
+    QVERIFY(!frame->isFloating());
+    QCOMPARE(window.dockWidgetArea(frame), Qt::BottomDockWidgetArea);
+    saveScreenshot(&window, "dock-first-start");
+    frame->hide();
+    QVERIFY(!showDockOnFirstStart(&window, "pennoria-draw-dock"));
+    QVERIFY(frame->isHidden());
+}
+
+// Fault: a newer version is not offered, or the prompt defaults to No.
 void TestDock::updatePromptOffersTheDownload()
 {
     for (const char *name : {"http_proxy", "HTTP_PROXY", "all_proxy", "ALL_PROXY"})
         qunsetenv(name);
     FakeHttpServer server(R"({"version":"1.0"})");
-    UpdateServer entry;
-    entry.host = L"127.0.0.1";
-    entry.path = L"/api/software/pennoria-draw/version";
-    entry.logName = "loopback.test";
-    entry.secure = false;
-    entry.port = server.port();
-
-    QString title;
+    UpdateServer entry{L"127.0.0.1", L"/api/software/pennoria-draw/version", "loopback.test", false,
+                       server.port()};
     QString text;
-    QString informative;
     bool yesIsDefault = false;
     ModalScript script({[&](QWidget *modal) {
         auto *box = qobject_cast<QMessageBox *>(modal);
-        title = modal->windowTitle();
-        text = box ? box->text() : QString();
-        informative = box ? box->informativeText() : QString();
-        yesIsDefault = box && box->defaultButton() == box->button(QMessageBox::Yes);
+        text = box->text();
+        yesIsDefault = box->defaultButton() == box->button(QMessageBox::Yes);
         saveScreenshot(modal, "update-prompt");
-        clickMessageButton(modal, QMessageBox::No);
+        box->button(QMessageBox::No)->click();
     }});
     auto *dock = new PluginDock(
         std::make_unique<ObsDockHost>(),
         new UpdateChecker({entry}, QStringLiteral("https://example.test/dl")), nullptr);
     QTRY_VERIFY_WITH_TIMEOUT(script.finished(), 20000);
-    QCOMPARE(title, QStringLiteral("Pennoria: Draw"));
     QCOMPARE(text, QStringLiteral("Update available: 1.0"));
-    QCOMPARE(informative, QStringLiteral("Would you like to update now?"));
     QVERIFY(yesIsDefault);
     delete dock;
     QCOMPARE(server.connections(), 1);
 }
 
-void TestDock::coopSetupCancelledOpensNoHostDialog()
-{
-    QString defaultName;
-    ModalScript script({[&](QWidget *modal) {
-        defaultName = modal->findChild<QLineEdit *>()->text();
-        saveScreenshot(modal, "coop-setup-dialog");
-        static_cast<QDialog *>(modal)->reject();
-    }});
-    coopButton()->click();
-    QTest::qWait(200);
-    QCOMPARE(script.seen(), QStringList{"Create Co-op Canvas"});
-    QCOMPARE(script.unexpected(), 0);
-    QCOMPARE(defaultName, QStringLiteral("Pennoria Co-op Canvas"));
-    QVERIFY(itemNames(m_scene).isEmpty());
-    QCOMPARE(CoopSession::instance().role(), CoopSession::Role::None);
-}
-
-void TestDock::hostWithEmptyNicknameIsAnon()
+// Fault: a port that cannot be bound fails silently; a blank nickname is
+// hosted as blank; the co-op canvas is not added on top; the button does not
+// turn green; the chooser does not lead with co-op; Stop keeps the session.
+void TestDock::hostingFailsThenHostsAsAnon()
 {
     addSource(m_scene, "pennoria_canvas", "Local");
-    coopSettings().setValue("nickname", "Previous");
-
-    QString prefilled;
-    QString hostedText;
+    openSettings(SettingsStore::Coop).setValue("nickname", "Previous");
+    auto squatter = std::make_unique<QTcpServer>();
+    QVERIFY(squatter->listen(QHostAddress::Any, m_port));
+    QString prefilled, failure;
     ModalScript script({
-        [](QWidget *modal) {
-            modal->findChild<QLineEdit *>()->setText(QStringLiteral("Shared"));
-            modal->findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Ok)->click();
-        },
+        [](QWidget *modal) { accept(modal, QStringLiteral("Shared")); },
         [&](QWidget *modal) {
-            auto *nickname = modal->findChild<QLineEdit *>();
-            prefilled = nickname->text();
+            prefilled = modal->findChild<QLineEdit *>()->text();
             saveScreenshot(modal, "coop-host-join-dialog");
-            nickname->setText(QStringLiteral("   "));
-            // Other tests use the port too: wait for it right before hosting.
-            waitForCoopPortFree();
-            clickText(modal, QStringLiteral("Host"));
+            click(modal, QStringLiteral("Host"));
         },
         [&](QWidget *modal) {
-            hostedText = messageText(modal);
-            saveScreenshot(modal, "coop-hosting-info");
-            clickMessageButton(modal, QMessageBox::Ok);
+            failure = messageText(modal);
+            modal->close();
         },
     });
     coopButton()->click();
     QVERIFY(script.finished());
     QCOMPARE(script.seen(), (QStringList{"Create Co-op Canvas", CoopTitle, CoopTitle}));
     QCOMPARE(prefilled, QStringLiteral("Previous"));
-    QCOMPARE(coopSettings().value("nickname").toString(), QStringLiteral("Anon"));
     CoopSession &session = CoopSession::instance();
-    QVERIFY2(session.role() == CoopSession::Role::Host, qPrintable(hostedText));
-    QCOMPARE(session.nickname(), QStringLiteral("Anon"));
-    QCOMPARE(hostedText,
-             QStringLiteral("Now hosting a Pennoria: Draw Co-op server on port 42069!\n\n"
-                            "Please give your friends your public IP address so they can join.\n\n"
-                            "If you have not port forwarded port 42069 already, please do so now, "
-                            "then stop and re-start the server."));
-    // The co-op canvas went on top of the scene.
+    QCOMPARE(failure, "Could not start hosting:\n" + session.lastError());
+    QCOMPARE(session.role(), CoopSession::Role::None);
     QCOMPARE(itemNames(m_scene), (QStringList{"Local", "Shared"}));
-    QCOMPARE(coopButton()->toolTip(),
-             QString::fromUtf8("Hosting co-op on port 42069 \xE2\x80\x94 click to stop"));
-    QCOMPARE(coopButton()->styleSheet(), GreenStyle);
-    QVERIFY(showsPeopleIn(coopButton(), Qt::white));
-    QVERIFY(saveScreenshot(m_dock, "dock-hosting"));
 
-    // Hosting with a co-op canvas in the scene: the chooser leads with it.
+    squatter.reset();
+    ModalScript again({
+        [](QWidget *modal) {
+            modal->findChild<QLineEdit *>()->setText(QStringLiteral("   "));
+            click(modal, QStringLiteral("Host"));
+        },
+        [](QWidget *modal) { modal->close(); },
+    });
+    coopButton()->click();
+    QVERIFY(again.finished());
+    QCOMPARE(session.role(), CoopSession::Role::Host);
+    QCOMPARE(session.nickname(), QStringLiteral("Anon"));
+    QCOMPARE(openSettings(SettingsStore::Coop).value("nickname").toString(), "Anon");
+    QCOMPARE(tone(coopButton()), QStringLiteral("green"));
+    saveScreenshot(m_dock, "dock-hosting");
+
     QStringList entries;
     ModalScript chooser({[&](QWidget *modal) {
-        for (QPushButton *button : modal->findChildren<QPushButton *>())
-            entries << button->text();
-        saveScreenshot(modal, "chooser-coop");
-        clickText(modal, QStringLiteral("  Co-op Canvas (hosting)"));
+        entries = buttonTexts(modal);
+        click(modal, QStringLiteral("  Co-op Canvas (hosting)"));
     }});
     drawButton()->click();
-    QVERIFY(chooser.finished());
     QCOMPARE(entries, (QStringList{"  Co-op Canvas (hosting)", "Local"}));
-    QCOMPARE(openEditors().size(), 1);
-    QVERIFY(openEditors().first()->isCoopMode());
-
-    QString question;
-    ModalScript stop({[&](QWidget *modal) {
-        question = messageText(modal);
-        saveScreenshot(modal, "coop-stop-question");
-        clickMessageButton(modal, QMessageBox::Yes);
-    }});
+    QVERIFY(openEditors().value(0) && openEditors().first()->isCoopMode());
+    ModalScript stop({[](QWidget *modal) { accept(modal); }});
     coopButton()->click();
-    QVERIFY(stop.finished());
-    QCOMPARE(question, QStringLiteral("Stop hosting the co-op session?\n"
-                                      "All joiners will be disconnected."));
     QCOMPARE(session.role(), CoopSession::Role::None);
-    QCOMPARE(coopButton()->toolTip(), IdleTip);
-    QCOMPARE(coopButton()->styleSheet(), QString());
+    QCOMPARE(tone(coopButton()), QStringLiteral("plain"));
 }
 
-void TestDock::hostFailureShowsTheSystemText()
+// Fault: the address is not remembered or trimmed; the button is not amber
+// until the welcome and green after it; leaving keeps the session; Draw does
+// not open the co-op editor when co-op is the only canvas.
+void TestDock::joiningAmberThenGreenThenLeft()
 {
     addSource(m_scene, "pennoria_coop_canvas", "Co-op");
-    QTcpServer squatter;
-    QVERIFY2(listenOnCoopPort(squatter), "port 42069 stayed busy");
-
-    QString title;
-    QString text;
-    ModalScript script({
-        [](QWidget *modal) { clickText(modal, QStringLiteral("Host")); },
-        [&](QWidget *modal) {
-            title = modal->windowTitle();
-            text = messageText(modal);
-            saveScreenshot(modal, "coop-host-failed");
-            clickMessageButton(modal, QMessageBox::Ok);
-        },
-    });
-    coopButton()->click();
-    QVERIFY(script.finished());
-    const QString lastError = CoopSession::instance().lastError();
-    QVERIFY2(lastError.startsWith("Could not listen on port 42069: "), qPrintable(lastError));
-    QCOMPARE(title, CoopTitle);
-    QCOMPARE(text, QStringLiteral("Could not start hosting:\n") + lastError);
-    QCOMPARE(CoopSession::instance().role(), CoopSession::Role::None);
-    QCOMPARE(coopButton()->toolTip(), IdleTip);
-}
-
-void TestDock::clickWhileConnectingLeaves()
-{
-    addSource(m_scene, "pennoria_coop_canvas", "Co-op");
-    coopSettings().setValue("lastJoinIp", "192.0.2.1");
-    // Accepts at the kernel level but never answers, so no welcome comes.
-    QTcpServer silentHost;
-    QVERIFY2(listenOnCoopPort(silentHost), "port 42069 stayed busy");
-
+    openSettings(SettingsStore::Coop).setValue("lastJoinIp", "192.0.2.1");
+    auto silentHost = std::make_unique<QTcpServer>(); // accepts, never welcomes
+    QVERIFY(silentHost->listen(QHostAddress::Any, m_port));
     QString prefilledAddress;
-    ModalScript script({
-        [](QWidget *modal) {
-            modal->findChild<QLineEdit *>()->setText(QStringLiteral("Joiner"));
-            clickText(modal, QStringLiteral("Join"));
-        },
-        [&](QWidget *modal) {
-            auto *address = modal->findChild<QLineEdit *>();
-            prefilledAddress = address->text();
-            saveScreenshot(modal, "coop-join-dialog");
-            address->setText(QStringLiteral(" 127.0.0.1 "));
-            modal->findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Ok)->click();
-        },
-    });
+    const auto join = [&](QWidget *modal) {
+        prefilledAddress = modal->findChild<QLineEdit *>()->text();
+        saveScreenshot(modal, "coop-join-dialog");
+        accept(modal, QStringLiteral(" 127.0.0.1 "));
+    };
+    ModalScript script({[](QWidget *modal) { click(modal, QStringLiteral("Join")); }, join});
     coopButton()->click();
     QVERIFY(script.finished());
-    QCOMPARE(script.seen(), (QStringList{CoopTitle, "Join Co-op Session"}));
     QCOMPARE(prefilledAddress, QStringLiteral("192.0.2.1"));
-    QCOMPARE(coopSettings().value("lastJoinIp").toString(), QStringLiteral("127.0.0.1"));
-    QCOMPARE(coopSettings().value("nickname").toString(), QStringLiteral("Joiner"));
-
     CoopSession &session = CoopSession::instance();
+    QTRY_VERIFY(silentHost->hasPendingConnections());
     QCOMPARE(session.role(), CoopSession::Role::Client);
-    QVERIFY(!session.isWelcomed());
-    QCOMPARE(coopButton()->toolTip(), QString::fromUtf8("Connecting to host\xE2\x80\xA6"));
-    QCOMPARE(coopButton()->styleSheet(), AmberStyle);
-    // Let the connection come up at the socket level; still no welcome.
-    QTRY_VERIFY(silentHost.hasPendingConnections());
-    QCOMPARE(coopButton()->styleSheet(), AmberStyle);
-    QVERIFY(showsPeopleIn(coopButton(), Qt::white));
-    QVERIFY(saveScreenshot(m_dock, "dock-connecting"));
-
-    QString question;
-    ModalScript leave({[&](QWidget *modal) {
-        question = messageText(modal);
-        saveScreenshot(modal, "coop-leave-question");
-        clickMessageButton(modal, QMessageBox::Yes);
-    }});
+    QCOMPARE(tone(coopButton()), QStringLiteral("amber"));
+    ModalScript leave({[](QWidget *modal) { accept(modal); }});
     coopButton()->click();
-    QVERIFY(leave.finished());
-    QCOMPARE(leave.seen(), QStringList{CoopTitle});
-    QCOMPARE(question, QStringLiteral("Leave the co-op session?"));
     QCOMPARE(session.role(), CoopSession::Role::None);
-    QCOMPARE(coopButton()->toolTip(), IdleTip);
-    QCOMPARE(coopButton()->styleSheet(), QString());
-    QVERIFY(showsPeopleIn(coopButton(), coopButton()->palette().color(QPalette::ButtonText)));
-    QTest::qWait(200);
-    QCOMPARE(leave.unexpected(), 0);
-}
+    QCOMPARE(tone(coopButton()), QStringLiteral("plain"));
 
-void TestDock::welcomedClientShowsConnected()
-{
-    addSource(m_scene, "pennoria_coop_canvas", "Co-op");
+    silentHost.reset();
     CoopSession hostSession;
-    QVERIFY2(
-        QTest::qWaitFor([&] { return hostSession.host(QStringLiteral("Host"), CoopPort); }, 60000),
-        "port 42069 stayed busy");
-
-    ModalScript script({
-        [](QWidget *modal) {
-            modal->findChild<QLineEdit *>()->setText(QStringLiteral("Guest"));
-            clickText(modal, QStringLiteral("Join"));
-        },
-        [](QWidget *modal) {
-            modal->findChild<QLineEdit *>()->setText(QStringLiteral("127.0.0.1"));
-            modal->findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Ok)->click();
-        },
-    });
+    QVERIFY2(hostSession.host(QStringLiteral("Host"), m_port), qPrintable(hostSession.lastError()));
+    ModalScript rejoin({[](QWidget *modal) { click(modal, QStringLiteral("Join")); }, join});
     coopButton()->click();
-    QVERIFY(script.finished());
-    CoopSession &session = CoopSession::instance();
+    QCOMPARE(prefilledAddress, QStringLiteral("127.0.0.1"));
     QTRY_VERIFY_WITH_TIMEOUT(session.isWelcomed(), 10000);
-    QCOMPARE(coopButton()->toolTip(),
-             QString::fromUtf8("Connected to a co-op session \xE2\x80\x94 click to leave"));
-    QCOMPARE(coopButton()->styleSheet(), GreenStyle);
-    QVERIFY(showsPeopleIn(coopButton(), Qt::white));
-    QVERIFY(saveScreenshot(m_dock, "dock-connected"));
-
-    // Co-op available and no local canvas: Draw opens the co-op editor.
+    QCOMPARE(tone(coopButton()), QStringLiteral("green"));
     drawButton()->click();
-    QCOMPARE(openEditors().size(), 1);
-    QVERIFY(openEditors().first()->isCoopMode());
-
-    // The host going away ends the session with one warning.
-    QString lost;
-    ModalScript warning({[&](QWidget *modal) {
-        lost = messageText(modal);
-        clickMessageButton(modal, QMessageBox::Ok);
-    }});
+    QVERIFY(openEditors().value(0) && openEditors().first()->isCoopMode());
+    ModalScript ended({[](QWidget *modal) { modal->close(); }});
     hostSession.stop();
-    QTRY_VERIFY_WITH_TIMEOUT(warning.finished(), 10000);
-    QCOMPARE(lost, QStringLiteral("Lost connection to the host."));
-    QCOMPARE(session.role(), CoopSession::Role::None);
-    QCOMPARE(coopButton()->toolTip(), IdleTip);
+    QTRY_COMPARE_WITH_TIMEOUT(session.role(), CoopSession::Role::None, 10000);
+    QTest::qWait(300); // a message about the end, if any, is closed here
 }
 
+// Fault: a refused connection is reported twice or not at all.
 void TestDock::refusedConnectionShowsOneWarning()
 {
     addSource(m_scene, "pennoria_coop_canvas", "Co-op");
-
-    QString title;
     QString text;
     ModalScript script({
-        [](QWidget *modal) { clickText(modal, QStringLiteral("Join")); },
-        [](QWidget *modal) {
-            modal->findChild<QLineEdit *>()->setText(QStringLiteral("127.0.0.1"));
-            // Nothing may listen on the port for the refusal: wait until free.
-            waitForCoopPortFree();
-            modal->findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Ok)->click();
-        },
+        [](QWidget *modal) { click(modal, QStringLiteral("Join")); },
+        [](QWidget *modal) { accept(modal, QStringLiteral("127.0.0.1")); },
         [&](QWidget *modal) {
-            title = modal->windowTitle();
             text = messageText(modal);
             saveScreenshot(modal, "coop-connection-error");
-            clickMessageButton(modal, QMessageBox::Ok);
+            modal->close();
         },
     });
     coopButton()->click();
     QTRY_VERIFY_WITH_TIMEOUT(script.finished(), 10000);
     QTest::qWait(500);
     QCOMPARE(script.unexpected(), 0);
-    QCOMPARE(title, CoopTitle);
     QVERIFY2(text.contains(QStringLiteral("refused"), Qt::CaseInsensitive), qPrintable(text));
     QCOMPARE(CoopSession::instance().role(), CoopSession::Role::None);
-    QCOMPARE(coopButton()->toolTip(), IdleTip);
-    QCOMPARE(coopButton()->styleSheet(), QString());
 }
 
 QTEST_MAIN(TestDock)

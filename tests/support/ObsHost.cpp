@@ -57,21 +57,7 @@ bool ObsHost::start(const Options &options)
     }
     m_started = true;
 
-    obs_video_info ovi = {};
-    ovi.graphics_module = "libobs-opengl";
-    ovi.fps_num = options.fps;
-    ovi.fps_den = 1;
-    ovi.base_width = options.width;
-    ovi.base_height = options.height;
-    ovi.output_width = options.width;
-    ovi.output_height = options.height;
-    ovi.output_format = VIDEO_FORMAT_RGBA;
-    ovi.colorspace = VIDEO_CS_SRGB;
-    ovi.range = VIDEO_RANGE_FULL;
-    ovi.adapter = 0;
-    ovi.gpu_conversion = true;
-    ovi.scale_type = OBS_SCALE_BICUBIC;
-    const int video = obs_reset_video(&ovi);
+    const int video = resetVideo(options);
     if (video != OBS_VIDEO_SUCCESS) {
         m_error = QStringLiteral("obs_reset_video failed: %1").arg(video);
         return false;
@@ -87,6 +73,25 @@ bool ObsHost::start(const Options &options)
         return false;
     }
     return true;
+}
+
+int ObsHost::resetVideo(const Options &options)
+{
+    obs_video_info ovi = {};
+    ovi.graphics_module = "libobs-opengl";
+    ovi.fps_num = options.fps;
+    ovi.fps_den = 1;
+    ovi.base_width = options.width;
+    ovi.base_height = options.height;
+    ovi.output_width = options.width;
+    ovi.output_height = options.height;
+    ovi.output_format = VIDEO_FORMAT_RGBA;
+    ovi.colorspace = VIDEO_CS_SRGB;
+    ovi.range = VIDEO_RANGE_FULL;
+    ovi.adapter = 0;
+    ovi.gpu_conversion = true;
+    ovi.scale_type = OBS_SCALE_BICUBIC;
+    return obs_reset_video(&ovi);
 }
 
 void ObsHost::stop()

@@ -30,6 +30,9 @@ public:
     bool start() { return start(Options{}); }
     void stop();
     QString error() const { return m_error; }
+    // Resets the host's video to another size, as a profile change does;
+    // returns libobs's result (OBS_VIDEO_SUCCESS).
+    static int resetVideo(const Options &options);
 
     // Where the "Canvas" settings file (and so every canvas folder) lives.
     QString settingsDir() const { return m_settings.path(); }

@@ -1,28 +1,30 @@
 #include "dock/DockPlacement.h"
 
+#include "settings/SettingsKeys.h"
+
 #include <QDockWidget>
-#include <QGuiApplication>
 #include <QMainWindow>
-#include <QScreen>
 
-#include <algorithm>
-
-void placeDockFrame(QMainWindow *mainWindow, const char *objectName)
+bool showDockOnFirstStart(QMainWindow *mainWindow, const char *objectName)
 {
     if (!mainWindow)
-        return;
+        return false;
     auto *frame = mainWindow->findChild<QDockWidget *>(QString::fromUtf8(objectName));
     if (!frame)
-        return;
-    QScreen *screen = mainWindow->screen();
-    if (!screen)
-        screen = QGuiApplication::primaryScreen();
-    if (!screen)
-        return;
-    const QRect available = screen->availableGeometry();
-    const QSize hint = frame->sizeHint();
-    const int width = std::max(hint.width(), 280);
-    const int height = std::max(hint.height(), 120);
-    frame->setGeometry(available.x() + (available.width() - width) / 2,
-                       available.y() + (available.height() - height) / 2, width, height);
+        return false;
+    QSettings store = openSettings(SettingsStore::Canvas);
+    if (readSetting(store, SettingsKeys::DockPlaced))
+        return false;
+
+    frame->setFloating(false);
+    auto *controls = mainWindow->findChild<QDockWidget *>(QStringLiteral("controlsDock"));
+    if (controls && controls != frame && !controls->isFloating() &&
+        mainWindow->dockWidgetArea(controls) != Qt::NoDockWidgetArea) {
+        mainWindow->splitDockWidget(controls, frame, Qt::Vertical);
+    } else {
+        mainWindow->addDockWidget(Qt::RightDockWidgetArea, frame);
+    }
+    frame->show();
+    store.setValue(QLatin1String(SettingsKeys::DockPlaced.name), true);
+    return true;
 }

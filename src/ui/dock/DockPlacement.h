@@ -2,7 +2,10 @@
 
 class QMainWindow;
 
-// Gives the main window's dock frame of that object name at least 280 x 120
-// and centres it on the available area of the main window's screen. Does
-// nothing when there is no such frame or no screen.
-void placeDockFrame(QMainWindow *mainWindow, const char *objectName);
+// Shows the main window's dock frame of that object name docked, once per
+// user: the host adds a plug-in's dock hidden and floating, so the first time
+// this runs (after the host restored its window layout) the frame goes under
+// the host's "controlsDock", or into the right dock area when there is no
+// docked controls dock, and is shown. A frame the user moved or hid later is
+// left alone. Returns whether it placed the frame.
+bool showDockOnFirstStart(QMainWindow *mainWindow, const char *objectName);

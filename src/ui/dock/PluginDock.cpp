@@ -3,6 +3,7 @@
 #include "coop/CoopCanvas.h"
 #include "coop/CoopSession.h"
 #include "dock/CanvasChooser.h"
+#include "dock/PluginDockHotkeys.h"
 #include "dock/SetupDialog.h"
 #include "editor/DrawingWindow.h"
 #include "source/EditorSource.h"
@@ -98,8 +99,10 @@ void PluginDock::createCanvas()
     const bool accepted = dialog->exec() == QDialog::Accepted;
     const QString name = dialog->name();
     dialog->deleteLater();
-    if (self && accepted && !name.isEmpty())
-        m_host->createSourceOnTop(CanvasTypeId, name);
+    if (!self || !accepted || name.isEmpty())
+        return;
+    if (const std::optional<DockSource> created = m_host->createSourceOnTop(CanvasTypeId, name))
+        openEditor(*created);
 }
 
 void PluginDock::chooseCanvas(const QList<DockSource> &canvases, bool withCoop)
@@ -130,7 +133,8 @@ void PluginDock::chooseCanvas(const QList<DockSource> &canvases, bool withCoop)
 void PluginDock::openEditor(const DockSource &source)
 {
     QWidget *mainWindow = m_host->mainWindow();
-    std::unique_ptr<EditorSource> editorSource = m_host->editorSource(source);
+    std::unique_ptr<EditorSource> editorSource =
+        source.editorSource ? source.editorSource() : nullptr;
     if (!editorSource) {
         QMessageBox::warning(mainWindow, QStringLiteral("Pennoria: Draw"),
                              QStringLiteral("Could not locate the canvas source data.\n"
@@ -147,6 +151,7 @@ void PluginDock::openEditor(const DockSource &source)
         return;
     }
 
+    dropHotkeyCanvas(key);
     auto *window = new DrawingWindow(std::move(editorSource), mainWindow, false);
     window->setAttribute(Qt::WA_DeleteOnClose);
     QString scene = m_host->currentSceneName();
@@ -161,11 +166,45 @@ void PluginDock::openEditor(const DockSource &source)
 
 void PluginDock::openCoopEditor()
 {
-    auto *window = new DrawingWindow(nullptr, m_host->mainWindow(), true);
-    window->setAttribute(Qt::WA_DeleteOnClose);
-    window->show();
-    window->raise();
-    window->activateWindow();
+    if (!m_coopWindow) {
+        m_coopWindow = new DrawingWindow(nullptr, m_host->mainWindow(), true);
+        m_coopWindow->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    m_coopWindow->showNormal();
+    m_coopWindow->raise();
+    m_coopWindow->activateWindow();
+}
+
+void PluginDock::runCoopAction(SourceAction action)
+{
+    if (action == SourceAction::OpenEditor) {
+        openCoopEditor();
+        return;
+    }
+    if (action != SourceAction::WiggleOn && action != SourceAction::WiggleOff)
+        return;
+    if (m_coopWindow)
+        runInEditor(m_coopWindow, action);
+    else
+        CoopCanvas::instance().setJitterEnabled(action == SourceAction::WiggleOn);
+}
+
+void PluginDock::closeEditors()
+{
+    for (const QPointer<DrawingWindow> &window : std::as_const(m_windows))
+        if (window)
+            window->close();
+    if (m_coopWindow)
+        m_coopWindow->close();
+    qDeleteAll(m_hotkeyCanvases);
+    m_hotkeyCanvases.clear();
+}
+
+void PluginDock::cancelUpdateCheck()
+{
+    // Its destructor ends the request and waits for the worker.
+    delete m_updateChecker;
+    m_updateChecker = nullptr;
 }
 
 void PluginDock::onUpdateAvailable(const QString &latestVersion, const QString &downloadUrl)

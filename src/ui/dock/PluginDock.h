@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/SourceIds.h"
 #include "dock/DockHost.h"
 
 #include <QHash>
@@ -10,6 +11,7 @@
 #include <memory>
 
 class DrawingWindow;
+class HotkeyCanvas;
 class QPushButton;
 class UpdateChecker;
 
@@ -20,12 +22,21 @@ class PluginDock : public QWidget {
     Q_OBJECT
 
 public:
-    static constexpr const char *CanvasTypeId = "pennoria_canvas";
-    static constexpr const char *CoopCanvasTypeId = "pennoria_coop_canvas";
+    static constexpr const char *CanvasTypeId = CanvasSourceId;
+    static constexpr const char *CoopCanvasTypeId = CoopSourceId;
 
     // Takes the update checker as a child and starts it.
     PluginDock(std::unique_ptr<DockHost> host, UpdateChecker *updateChecker, QWidget *parent);
     ~PluginDock() override;
+
+    // A hotkey of a canvas source, or of a co-op source, was pressed.
+    void runSourceAction(const DockSource &source, SourceAction action);
+    void runCoopAction(SourceAction action);
+
+    // For unloading: closes every editor (each saves as it closes) and ends
+    // the update check's request.
+    void closeEditors();
+    void cancelUpdateCheck();
 
 public slots:
     void onButtonClicked();
@@ -43,6 +54,8 @@ private:
     void chooseCanvas(const QList<DockSource> &canvases, bool withCoop);
     void openEditor(const DockSource &source);
     void openCoopEditor();
+    void runInEditor(DrawingWindow *window, SourceAction action);
+    void dropHotkeyCanvas(const QString &uuid);
     void startHosting(const QString &nickname);
     void askToJoin(const QString &nickname);
 
@@ -50,6 +63,9 @@ private:
     QPushButton *m_coopButton = nullptr;
     // Open editor windows by their source's UUID.
     QHash<QString, QPointer<DrawingWindow>> m_windows;
+    QPointer<DrawingWindow> m_coopWindow;
+    // Drawings changed by hotkeys while no editor is open, by source UUID.
+    QHash<QString, QPointer<HotkeyCanvas>> m_hotkeyCanvases;
     UpdateChecker *m_updateChecker = nullptr;
     std::unique_ptr<DockHost> m_host;
 };

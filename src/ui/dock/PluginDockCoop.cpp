@@ -4,6 +4,7 @@
 #include "coop/CoopSession.h"
 #include "dock/CoopDialogs.h"
 #include "dock/SetupDialog.h"
+#include "settings/SettingsKeys.h"
 #include "widgets/Icons.h"
 #include "widgets/TintedIcon.h"
 
@@ -14,12 +15,12 @@
 namespace {
 
 const QString CoopTitle = QStringLiteral("Pennoria: Draw Co-op");
-const QString NicknameKey = QStringLiteral("nickname");
-const QString LastJoinIpKey = QStringLiteral("lastJoinIp");
+const QString NicknameKey = QLatin1String(SettingsKeys::Nickname);
+const QString LastJoinIpKey = QLatin1String(SettingsKeys::LastJoinIp);
 
 QSettings coopSettings()
 {
-    return QSettings(QStringLiteral("PennoriaDraw"), QStringLiteral("Coop"));
+    return openSettings(SettingsStore::Coop);
 }
 
 } // namespace
@@ -43,7 +44,8 @@ void PluginDock::updateCoopButton()
         break;
     case CoopSession::Role::Host:
         style = Green;
-        tip = QStringLiteral("Hosting co-op on port %1 \u2014 click to stop").arg(CoopPort);
+        tip =
+            QStringLiteral("Hosting co-op on port %1 \u2014 click to stop").arg(m_host->coopPort());
         break;
     case CoopSession::Role::None:
         tip = QStringLiteral("Host or join a Pennoria: Draw co-op session");
@@ -102,14 +104,14 @@ void PluginDock::startHosting(const QString &nickname)
 {
     CoopSession &session = CoopSession::instance();
     QWidget *mainWindow = m_host->mainWindow();
-    if (session.host(nickname, CoopPort)) {
+    if (session.host(nickname, m_host->coopPort())) {
         QMessageBox::information(
             mainWindow, CoopTitle,
             QStringLiteral("Now hosting a Pennoria: Draw Co-op server on port %1!\n\n"
                            "Please give your friends your public IP address so they can join.\n\n"
                            "If you have not port forwarded port %1 already, please do so now, "
                            "then stop and re-start the server.")
-                .arg(CoopPort));
+                .arg(m_host->coopPort()));
     } else {
         QMessageBox::warning(mainWindow, CoopTitle,
                              QStringLiteral("Could not start hosting:\n") + session.lastError());
@@ -128,7 +130,7 @@ void PluginDock::askToJoin(const QString &nickname)
         return;
     coopSettings().setValue(LastJoinIpKey, address);
     if (self && !address.isEmpty())
-        CoopSession::instance().join(address, nickname, CoopPort);
+        CoopSession::instance().join(address, nickname, m_host->coopPort());
 }
 
 void PluginDock::onConnectionError(const QString &message)

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QImage>
+
+#include <cstdint>
+
+struct gs_texture;
+typedef struct gs_texture gs_texture_t;
+struct gs_effect;
+typedef struct gs_effect gs_effect_t;
+
+// Holds the host's graphics context for its lifetime. Entering is re-entrant
+// (the host counts nested entries), so it is cheap inside render.
+class GraphicsScope {
+public:
+    GraphicsScope();
+    ~GraphicsScope();
+    GraphicsScope(const GraphicsScope &) = delete;
+    GraphicsScope &operator=(const GraphicsScope &) = delete;
+};
+
+// The one dynamic RGBA texture through which a source shows its picture.
+// Every operation enters the graphics context itself, so the same calls
+// serve a source's create, render and destroy.
+class SourceTexture {
+public:
+    SourceTexture() = default;
+    ~SourceTexture();
+    SourceTexture(const SourceTexture &) = delete;
+    SourceTexture &operator=(const SourceTexture &) = delete;
+
+    // (Re)creates the texture at width x height and fills it from image when
+    // the image has that size. False when the host could not create it.
+    bool create(uint32_t width, uint32_t height, const QImage &image = QImage());
+    // Copies the image in. False, and nothing copied, when there is no texture
+    // or the image has another size.
+    bool upload(const QImage &image);
+    // Draws the texture at its size through the effect's "image" parameter.
+    void draw(gs_effect_t *effect) const;
+    void destroy();
+
+    bool isNull() const { return !m_texture; }
+    uint32_t width() const { return m_width; }
+    uint32_t height() const { return m_height; }
+
+private:
+    gs_texture_t *m_texture = nullptr;
+    uint32_t m_width = 0;
+    uint32_t m_height = 0;
+};
