@@ -38,6 +38,12 @@ void onFrontendEvent(enum obs_frontend_event event, void *)
         // The host has restored its window layout by now.
         showDockOnFirstStart(FrontendApi::instance().mainWindow(), DockId);
         break;
+    case OBS_FRONTEND_EVENT_SCENE_COLLECTION_CLEANUP:
+        // The sources are about to go: the editors save now.
+        if (g_dock)
+            g_dock->closeEditors();
+        waitForCanvasSaves();
+        break;
     case OBS_FRONTEND_EVENT_EXIT:
         // The editors still have their windows: let them save.
         shutDownModule(g_dock);

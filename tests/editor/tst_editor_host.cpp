@@ -25,6 +25,7 @@
 
 #include <obs-module.h>
 
+#include <atomic>
 #include <memory>
 
 using namespace EditorTestInput;
@@ -87,7 +88,7 @@ private slots:
     void cleanup();
 
     void editorSourceOnlyForCanvasSources();
-    void editorSourceHoldsTheSource();
+    void editorSourceLetsTheSourceGo();
     void liveUpdatesAreThrottled();
     void strokeCommitsAtOnceAndSavesLater();
     void laterChangeRestartsSaveDelay();
@@ -137,18 +138,20 @@ void TestEditorHost::editorSourceOnlyForCanvasSources()
     QCOMPARE(source->canvasSize(), QSize(int(Width), int(Height)));
 }
 
-void TestEditorHost::editorSourceHoldsTheSource()
+// The editor must not keep a deleted source alive: its view holds a weak
+// reference, reports the destruction and then does nothing.
+void TestEditorHost::editorSourceLetsTheSourceGo()
 {
     obs_source_t *raw = obs_source_create("pennoria_canvas", "held", nullptr, nullptr);
     std::unique_ptr<EditorSource> source = makeEditorSource(raw);
     QVERIFY(source);
+    std::atomic<bool> removed{false};
+    source->setRemovedCallback([&removed] { removed = true; });
     obs_source_release(raw);
-    obs_wait_for_destroy_queue();
-    QVERIFY(SourceRegistry::instance().find(raw));
-
-    source.reset();
     QTRY_VERIFY_WITH_TIMEOUT((obs_wait_for_destroy_queue(), !SourceRegistry::instance().find(raw)),
                              10000);
+    QVERIFY(removed);
+    source->commit({}, QImage(int(Width), int(Height), QImage::Format_RGBA8888));
 }
 
 void TestEditorHost::liveUpdatesAreThrottled()

@@ -71,8 +71,6 @@ private slots:
     void sourceTypesRegistered();
     void postLoadWithoutMainWindowAddsNothing();
     void registryFollowsCreateAndDestroy();
-    void canvasDirectorySanitisesKey_data();
-    void canvasDirectorySanitisesKey();
     void savedCanvasShownWhenSizeMatches_data();
     void savedCanvasShownWhenSizeMatches();
     void liveImageShowsUntilCommit();
@@ -118,12 +116,19 @@ void TestModuleHost::sourceTypesRegistered_data()
 {
     QTest::addColumn<QString>("id");
     QTest::addColumn<QString>("displayName");
-    QTest::newRow("canvas") << "pennoria_canvas" << "Pennoria Canvas";
-    QTest::newRow("coop") << "pennoria_coop_canvas" << "Pennoria: Draw Co-op";
+    QTest::addColumn<QStringList>("hotkeys");
+    const QStringList wiggle{"pennoria_draw.wiggle_on", "pennoria_draw.wiggle_off"};
+    QTest::newRow("canvas") << "pennoria_canvas" << "Pennoria Canvas"
+                            << QStringList{"pennoria_draw.open_editor", "pennoria_draw.clear_layer",
+                                           "pennoria_draw.undo", "pennoria_draw.redo"} +
+                                   wiggle;
+    QTest::newRow("coop") << "pennoria_coop_canvas" << "Pennoria: Draw Co-op"
+                          << QStringList{"pennoria_draw.open_coop_editor"} + wiggle;
 }
 
-// Fault: a type registered with CUSTOM_DRAW or properties, misnamed, or a
-// callback that dereferences a null record.
+// Fault: a type registered with CUSTOM_DRAW or properties, misnamed, a
+// callback that dereferences a null record, or a hotkey not registered under
+// the source (so neither listed with it nor saved with the scene collection).
 void TestModuleHost::sourceTypesRegistered()
 {
     QFETCH(QString, id);
@@ -137,6 +142,13 @@ void TestModuleHost::sourceTypesRegistered()
     info.video_tick(nullptr, 1.0f);
     info.video_render(nullptr, nullptr);
     QCOMPARE(info.get_width(nullptr) + info.get_height(nullptr), 0u);
+
+    OBSSourceAutoRelease source = obs_source_create(idBytes.constData(), "keyed", nullptr, nullptr);
+    OBSDataAutoRelease saved = obs_save_source(source);
+    OBSDataAutoRelease bindings = obs_data_get_obj(saved, "hotkeys");
+    QFETCH(QStringList, hotkeys);
+    for (const QString &name : hotkeys)
+        QVERIFY2(obs_data_has_user_value(bindings, name.toUtf8().constData()), qPrintable(name));
 }
 
 // Fault: the dock is built although the host runs without a front end.
@@ -169,28 +181,6 @@ void TestModuleHost::registryFollowsCreateAndDestroy()
     delete new CanvasSourceData(nullptr);
     QCOMPARE(SourceRegistry::instance().size(), before);
     QCOMPARE(SourceRegistry::instance().find(kept.source), kept.record());
-}
-
-void TestModuleHost::canvasDirectorySanitisesKey_data()
-{
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<QString>("leaf");
-    QTest::newRow("uuid") << "0c6f7a3e-1b2c-4d5e-8f90-a1b2c3d4e5f6"
-                          << "0c6f7a3e-1b2c-4d5e-8f90-a1b2c3d4e5f6";
-    QTest::newRow("slash and space") << "My Canvas/1" << "My_Canvas_1";
-    QTest::newRow("non-latin letters kept")
-        << QString::fromUtf8("Zeichnung\xC3\xA4") << QString::fromUtf8("Zeichnung\xC3\xA4");
-    QTest::newRow("punctuation") << "..\\x:y*z" << ".._x_y_z";
-}
-
-// Fault: a key escapes its folder, or the base is not beside the settings.
-void TestModuleHost::canvasDirectorySanitisesKey()
-{
-    QFETCH(QString, key);
-    QFETCH(QString, leaf);
-    const QString base = canvasDirectory(QString());
-    QCOMPARE(base, QDir(m_host.settingsDir()).absoluteFilePath("PennoriaDraw"));
-    QCOMPARE(canvasDirectory(key), base + "/" + leaf);
 }
 
 void TestModuleHost::savedCanvasShownWhenSizeMatches_data()

@@ -15,6 +15,10 @@ bool showDockOnFirstStart(QMainWindow *mainWindow, const char *objectName)
     QSettings store = openSettings(SettingsStore::Canvas);
     if (readSetting(store, SettingsKeys::DockPlaced))
         return false;
+    store.setValue(QLatin1String(SettingsKeys::DockPlaced.name), true);
+    // A layout the host restored with the dock shown is the user's.
+    if (!frame->isHidden())
+        return false;
 
     frame->setFloating(false);
     auto *controls = mainWindow->findChild<QDockWidget *>(QStringLiteral("controlsDock"));
@@ -25,6 +29,5 @@ bool showDockOnFirstStart(QMainWindow *mainWindow, const char *objectName)
         mainWindow->addDockWidget(Qt::RightDockWidgetArea, frame);
     }
     frame->show();
-    store.setValue(QLatin1String(SettingsKeys::DockPlaced.name), true);
     return true;
 }
