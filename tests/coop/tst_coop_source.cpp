@@ -228,7 +228,7 @@ void TestCoopSource::performanceLineIsTagged()
 void TestCoopSource::destroyingLastSourceStopsSession()
 {
     CoopSession &session = CoopSession::instance();
-    QVERIFY2(session.host(QStringLiteral("Host"), 42069), qPrintable(session.lastError()));
+    QVERIFY2(session.host(QStringLiteral("Host"), 0), qPrintable(session.lastError()));
     QCOMPARE(session.role(), CoopSession::Role::Host);
     {
         CoopRef coop = createCoop("only");
@@ -242,7 +242,7 @@ void TestCoopSource::destroyingLastSourceStopsSession()
 void TestCoopSource::recreatedSourceKeepsSession()
 {
     CoopSession &session = CoopSession::instance();
-    QVERIFY2(session.host(QStringLiteral("Host"), 42069), qPrintable(session.lastError()));
+    QVERIFY2(session.host(QStringLiteral("Host"), 0), qPrintable(session.lastError()));
     createCoop("old");
     // Wait for the destruction without running the queued session job.
     obs_wait_for_destroy_queue();
@@ -259,7 +259,7 @@ void TestCoopSource::recreatedSourceKeepsSession()
 void TestCoopSource::destroyingOneOfTwoKeepsSession()
 {
     CoopSession &session = CoopSession::instance();
-    QVERIFY2(session.host(QStringLiteral("Host"), 42069), qPrintable(session.lastError()));
+    QVERIFY2(session.host(QStringLiteral("Host"), 0), qPrintable(session.lastError()));
     CoopRef kept = createCoop("kept");
     createCoop("dropped");
     obs_wait_for_destroy_queue();
