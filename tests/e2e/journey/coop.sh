@@ -9,7 +9,7 @@ grep -qF PD_COOP_PORT "$MODULE" ||
 PD_COOP_PORT=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
 export PD_COOP_PORT
 GREEN='#00ff00' BLUE='#0000ff'
-start_display 2400x1700
+start_display 2700x1700
 
 # Instance state: OBS_PID MAIN DOCK EDITOR EDITOR_Y of the one being driven.
 save() { eval "$1=(\"\$OBS_PID\" \"\$MAIN\" \"\${DOCK:-}\" \"\${EDITOR:-}\" \"\$EDITOR_Y\")"; }
@@ -26,7 +26,7 @@ for who in host guest; do
   dock_state
   [ "$DOCK_STATE" != hidden ] || { toggle_dock_in_menu && dock_state; }
   # A floating dock opens in the middle of the screen: put it out of the way.
-  [ "$DOCK_STATE" != floating ] || xdotool windowmove --sync "$DOCK" 1100 $((EDITOR_Y + 810))
+  [ "$DOCK_STATE" != floating ] || xdotool windowmove --sync "$DOCK" 2350 "$EDITOR_Y"
   save "$who"
 done
 
@@ -39,7 +39,7 @@ mode=$(wait_window "^Pennoria: Draw Co-op\$") || die "host: no host/join dialog"
 keys "$mode" ctrl+a
 type_text "$mode" Hosty
 shot "$mode" 01-host-join-dialog
-readable 01-host-join-dialog
+readable 01-host-join-dialog 4
 keys "$mode" Tab space
 info=$(wait_window "^Pennoria: Draw Co-op\$") || die "host: hosting did not start"
 shot "$info" 02-hosting-info
@@ -62,7 +62,7 @@ join=$(wait_window "^Join Co-op Session\$") || die "guest: no join dialog"
 keys "$join" ctrl+a
 type_text "$join" 127.0.0.1
 shot "$join" 03-join-dialog
-readable 03-join-dialog
+readable 03-join-dialog 4
 keys "$join" Return
 sleep 2
 check "joining fails" "the guest's co-op button turns green" is_green "$(coop_button_colour)"
@@ -88,25 +88,25 @@ for who in host guest; do
   use "$who"
   preview_shot "04-$who-preview"
   check "strokes not shared" "$who's OBS shows the host's stroke" \
-    at_least "$(preview_count "04-$who-preview" "$GREEN")" 2500
+    at_least "$(preview_count "04-$who-preview" "$GREEN")" 500
   check "strokes not shared" "$who's OBS shows the guest's stroke" \
-    at_least "$(preview_count "04-$who-preview" "$BLUE")" 2500
+    at_least "$(preview_count "04-$who-preview" "$BLUE")" 500
 done
-g1=$(preview_count 04-host-preview "$GREEN") g2=$(preview_count 04-guest-preview "$GREEN")
-check "the pictures differ between peers" "both pictures agree (green $g1 vs $g2 pixels)" \
-  at_most $(((g1 - g2) * (g1 - g2))) $(((g1 / 20) * (g1 / 20)))
+for colour in "$GREEN" "$BLUE"; do
+  a=$(preview_count 04-host-preview "$colour") b=$(preview_count 04-guest-preview "$colour")
+  check "the pictures differ between peers" "both pictures agree ($colour: $a vs $b pixels)" \
+    at_most $(((a - b) * (a - b))) $(((a / 20) * (a / 20)))
+done
 
 # The users list (the Layers button of the co-op editor): a header and a row
 # per user.
 use host
 read -r _ _ ew _ < <(geometry "$EDITOR")
-import -screen -window "$EDITOR" "$OUT/.before.png"
+grab "$EDITOR" "$OUT/.before.png"
 click "$EDITOR" $((ew - 97)) $ROW_Y
-shot_changes "$EDITOR" "$OUT/.before.png" 05-users-popup
-readable 05-users-popup
-rows=$(python3 "$HERE/pixels.py" text-contrast "$OUT/05-users-popup.png" | grep -c '^band')
-check "the users list misses a peer" "the host's users list has a header and two rows ($rows bands)" \
-  [ "$rows" = 3 ]
+# The pop-up hangs 2 px under the button (which ends at y = 36).
+shot_changes "$EDITOR" "$OUT/.before.png" 05-users-popup 37
+readable 05-users-popup 3 # a header and one row per user
 click "$EDITOR" $((ew - 97)) $ROW_Y
 
 # The guest leaves, then the host stops.

@@ -153,8 +153,11 @@ type_text() { # WIN TEXT
   sleep 0.3
 }
 
+grab() { # WIN FILE: what the screen shows in the window's area (pop-ups over it too)
+  import -screen -window "$1" "$2" && mogrify +repage "$2"
+}
 shot() { # WIN NAME -> $OUT/NAME.png
-  import -screen -window "$1" "$OUT/$2.png" 2>/dev/null || import -window root "$OUT/$2.png"
+  grab "$1" "$OUT/$2.png"
 }
 
 # Pixels of a screenshot within 25% of a colour: count_colour FILE '#rrggbb'
@@ -286,23 +289,30 @@ preview_count() { # SHOT_NAME '#rrggbb'
     -format '%[fx:int(mean*w*h+0.5)]' info: | tail -n 1
 }
 
-# What a window shows since its screenshot BEFORE, cropped to the changed
-# area (a pop-up): shot_changes WIN BEFORE NAME
+# What a window shows below its control row (from y = TOP, default 44) since
+# its screenshot BEFORE, cropped to the changed area (a pop-up):
+# shot_changes WIN BEFORE NAME [TOP]
 shot_changes() {
+  local top="+0+${4:-44}"
   sleep 0.5
-  import -screen -window "$1" "$OUT/.after.png"
+  grab "$1" "$OUT/.after.png"
   local box
-  box=$(convert "$2" "$OUT/.after.png" -compose difference -composite -threshold 1% -trim \
-    -format '%wx%h%X%Y' info:)
-  convert "$OUT/.after.png" -crop "$box" +repage "$OUT/$3.png"
+  box=$(convert "$2" "$OUT/.after.png" -crop "$top" -compose difference -composite \
+    -threshold 1% -trim -format '%wx%h%X%Y' info:)
+  convert "$OUT/.after.png" -crop "$top" +repage -crop "$box" +repage "$OUT/$3.png"
 }
 
 # Every text of a screenshot at least 4.5:1 against its background (WCAG AA),
-# measured by pixels; the figures go to NAME.contrast.txt beside it.
-readable() { # NAME
+# measured by pixels, and (when given) the number of rows of text, so that a
+# text drawn in its background colour counts as missing. The figures go to
+# NAME.contrast.txt beside it.
+readable() { # NAME [ROWS]
   python3 "$HERE/pixels.py" text-contrast "$OUT/$1.png" >"$OUT/$1.contrast.txt"
-  local low
+  local low rows
   low=$(sed -n 's/^min //p' "$OUT/$1.contrast.txt")
+  rows=$(grep -o '^band [0-9-]*' "$OUT/$1.contrast.txt" | sort -u | wc -l)
   check "#4 text drawn near its background colour" "$1: every text at least 4.5:1 (lowest $low)" \
     python3 -c "import sys; sys.exit(float('$low') < 4.5)"
+  [ -z "${2:-}" ] || check "#4 text drawn in its background colour" \
+    "$1: $2 rows of text visible (found $rows)" [ "$rows" = "$2" ]
 }

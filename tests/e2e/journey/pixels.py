@@ -87,6 +87,25 @@ def dominant(pixels):
     return sorted(counts.items(), key=lambda kv: -kv[1])
 
 
+def on_line(px, width, height, x, y, length=14):
+    """Whether the pixel lies on a straight run of its colour as long as a
+    frame's edge (glyph strokes of a dialog's text are shorter)."""
+    c = px[y * width + x]
+    run = 1
+    for step in (-1, 1):
+        i = x + step
+        while 0 <= i < width and near(px[y * width + i], c, 12):
+            run, i = run + 1, i + step
+    if run >= length:
+        return True
+    run = 1
+    for step in (-1, 1):
+        j = y + step
+        while 0 <= j < height and near(px[j * width + x], c, 12):
+            run, j = run + 1, j + step
+    return run >= length
+
+
 def text_contrast(path):
     """Splits the picture into bands of rows separated by rows of plain
     background. In a band, each colour covering a tenth of it is a background
@@ -118,7 +137,8 @@ def text_contrast(path):
                     if p in blocks or near(p, background, 12):
                         continue
                     if background in (px[yy * width + x - 1], px[yy * width + x + 1],
-                                      px[(yy - 1) * width + x], px[(yy + 1) * width + x]):
+                                      px[(yy - 1) * width + x], px[(yy + 1) * width + x]) \
+                            and not on_line(px, width, height, x, yy):
                         marks.append(ratio(p, background))
             if len(marks) < 80:  # a frame's rounded corners, not text
                 continue

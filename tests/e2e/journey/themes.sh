@@ -12,7 +12,7 @@ long_press() { # WIN X Y: held past the 333 ms long press
 }
 popup() { # NAME HOW X: opens an editor pop-up by a click or a long press at (X, row)
   click "$EDITOR" 145 $ROW_Y # closes any open pop-up
-  import -screen -window "$EDITOR" "$OUT/.before.png"
+  grab "$EDITOR" "$OUT/.before.png"
   if [ "$2" = long ]; then long_press "$EDITOR" "$3" $ROW_Y; else click "$EDITOR" "$3" $ROW_Y; fi
   shot_changes "$EDITOR" "$OUT/.before.png" "$1"
   readable "$1"
@@ -39,6 +39,14 @@ for theme in dark light; do
   popup preview-popup long $((ew - 138))
   popup layers-popup click $((ew - 97))
   click "$EDITOR" 145 $ROW_Y
+  # A hovered tool button: its icon on the hover colour.
+  read -r ex ey _ _ < <(geometry "$EDITOR")
+  xdotool mousemove --sync $((ex + TOOL_ERASER)) $((ey + ROW_Y))
+  sleep 0.5
+  shot "$EDITOR" .hover
+  convert "$OUT/.hover.png" -crop "30x30+$((TOOL_ERASER - 15))+$((ROW_Y - 15))" +repage \
+    "$OUT/hovered-tool.png"
+  readable hovered-tool
 
   press_coop
   setup=$(wait_window "^Create Co-op Canvas\$") || die "no \"Create Co-op Canvas\" dialog"
@@ -46,12 +54,14 @@ for theme in dark light; do
   readable coop-setup-dialog
   keys "$setup" Return
   mode=$(wait_window "^Pennoria: Draw Co-op\$") || die "no host/join dialog"
+  type_text "$mode" Sam
   shot "$mode" host-join-dialog
-  readable host-join-dialog
+  readable host-join-dialog 4
   keys "$mode" Tab Tab space
   join=$(wait_window "^Join Co-op Session\$") || die "no join dialog"
+  type_text "$join" 192.0.2.1
   shot "$join" join-dialog
-  readable join-dialog
+  readable join-dialog 4
   keys "$join" Escape
   stop_obs "$P" "$theme"
 done
