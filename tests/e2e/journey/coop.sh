@@ -38,15 +38,10 @@ done
 
 # The host: a co-op canvas, then Host (Tab from the nickname field, Space).
 use host
-press_coop
-setup=$(wait_window "^Create Co-op Canvas\$") || die "host: no \"Create Co-op Canvas\" dialog"
-keys "$setup" Return
-mode=$(wait_window "^Pennoria: Draw Co-op\$") || die "host: no host/join dialog"
-keys "$mode" ctrl+a
-type_text "$mode" Hosty
-shot "$mode" 01-host-join-dialog
+coop_mode_dialog Hosty
+shot "$MODE" 01-host-join-dialog
 readable 01-host-join-dialog 4
-keys "$mode" Tab space
+keys "$MODE" Tab space
 info=$(wait_window "^Pennoria: Draw Co-op\$") || die "host: hosting did not start"
 shot "$info" 02-hosting-info
 readable 02-hosting-info
@@ -57,13 +52,8 @@ check "hosting state not shown" "the host's co-op button turns green" is_green "
 
 # The guest: a co-op canvas, Join, the address.
 use guest
-press_coop
-setup=$(wait_window "^Create Co-op Canvas\$") || die "guest: no \"Create Co-op Canvas\" dialog"
-keys "$setup" Return
-mode=$(wait_window "^Pennoria: Draw Co-op\$") || die "guest: no host/join dialog"
-keys "$mode" ctrl+a
-type_text "$mode" Guesty
-keys "$mode" Tab Tab space
+coop_mode_dialog Guesty
+keys "$MODE" Tab Tab space
 join=$(wait_window "^Join Co-op Session\$") || die "guest: no join dialog"
 keys "$join" ctrl+a
 type_text "$join" 127.0.0.1

@@ -217,6 +217,19 @@ press_coop() {
   find_dock_buttons
   click "$DOCK" $((DOCK_W - 22)) "$BUTTON_Y"
 }
+# The co-op button on a scene without a co-op canvas: "Create Co-op Canvas"
+# confirmed (screenshot NAME when given), then the host/join dialog with the
+# nickname typed. Sets MODE to that dialog.
+coop_mode_dialog() { # NICKNAME [NAME]
+  press_coop
+  local setup
+  setup=$(wait_window "^Create Co-op Canvas\$") || die "no \"Create Co-op Canvas\" dialog"
+  [ -z "${2:-}" ] || { shot "$setup" "$2" && readable "$2"; }
+  keys "$setup" Return
+  MODE=$(wait_window "^Pennoria: Draw Co-op\$") || die "no host/join dialog"
+  keys "$MODE" ctrl+a
+  type_text "$MODE" "$1"
+}
 # The co-op button's colour beside its icon, as "R G B".
 coop_button_colour() {
   find_dock_buttons

@@ -48,16 +48,10 @@ for theme in dark light; do
     "$OUT/hovered-tool.png"
   readable hovered-tool
 
-  press_coop
-  setup=$(wait_window "^Create Co-op Canvas\$") || die "no \"Create Co-op Canvas\" dialog"
-  shot "$setup" coop-setup-dialog
-  readable coop-setup-dialog
-  keys "$setup" Return
-  mode=$(wait_window "^Pennoria: Draw Co-op\$") || die "no host/join dialog"
-  type_text "$mode" Sam
-  shot "$mode" host-join-dialog
+  coop_mode_dialog Sam coop-setup-dialog
+  shot "$MODE" host-join-dialog
   readable host-join-dialog 4
-  keys "$mode" Tab Tab space
+  keys "$MODE" Tab Tab space
   join=$(wait_window "^Join Co-op Session\$") || die "no join dialog"
   type_text "$join" 192.0.2.1
   shot "$join" join-dialog
