@@ -265,6 +265,7 @@ ROW_Y=24
 # buttons, found from the checked Brush (call before the first tool change).
 find_tools() {
   shot "$EDITOR" .tools
+  mogrify -crop x44+0+0 +repage "$OUT/.tools.png"
   local x w
   read -r x w < <(python3 "$HERE/pixels.py" checked-tool "$OUT/.tools.png")
   [ "$x" -ge 0 ] || die "no checked tool button in the editor"
