@@ -62,8 +62,14 @@ preview_shot 07-redone
 check "Ctrl+Y not routed to the editor" "Ctrl+Y brings the fill back in OBS's preview" \
   at_least "$(preview_count 07-redone "$BLUE")" 15000
 
+click "$EDITOR" "$TOOL_ERASER" $ROW_Y
+drag "$EDITOR" 950 200 1050 200 # the end of the stroke
 sleep 2 # the canvas files are written 1.5 s after the last change
 stop_obs "$P" first-run
+check "#9 a log line per eraser move" "one eraser drag logs at most 2 FlatComposite lines" \
+  at_most "$(grep -c 'FlatComposite' "$OUT/first-run.log")" 2
+check "#9 every shortcut logged many times over" "Ctrl+Z and Ctrl+Y log at most 3 lines each" \
+  at_most "$(grep -c '\[PD-Undo\]' "$OUT/first-run.log")" 6
 start_obs "$P"
 sleep 2
 preview_shot 08-after-restart
