@@ -1,0 +1,126 @@
+#!/usr/bin/env bash
+# Journey: co-op between two OBS instances (one profile each) on a private
+# free port: host, join, both draw, both pictures agree, the users list shows
+# both, leave and stop.
+# The whole journey runs in a private network namespace (its own loopback),
+# so not even a module that ignored the test port could reach a real session
+# of this machine; inside it the host still gets a free port of its own.
+if [ -z "${PD_PRIVATE_NET:-}" ]; then
+  PD_PRIVATE_NET=1 exec unshare -n "$0" "$@"
+fi
+python3 -c 'import fcntl, socket, struct
+fcntl.ioctl(socket.socket(socket.AF_INET, socket.SOCK_DGRAM), 0x8914,  # SIOCSIFFLAGS
+            struct.pack("16sH14x", b"lo", 0x1 | 0x8 | 0x40))'  # loopback up
+source "$(dirname "$0")/lib.sh"
+PD_COOP_PORT=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+export PD_COOP_PORT
+GREEN='#00ff00' BLUE='#0000ff'
+start_display 2700x1700
+
+# Instance state: OBS_PID MAIN DOCK EDITOR EDITOR_Y of the one being driven.
+save() { eval "$1=(\"\$OBS_PID\" \"\$MAIN\" \"\${DOCK:-}\" \"\${EDITOR:-}\" \"\$EDITOR_Y\")"; }
+use() { eval "OBS_PID=\${$1[0]} MAIN=\${$1[1]} DOCK=\${$1[2]} EDITOR=\${$1[3]} EDITOR_Y=\${$1[4]}"; }
+
+for who in host guest; do
+  new_profile "$OUT/$who"
+  start_obs "$OUT/$who"
+  EDITOR_Y=0
+  if [ "$who" = guest ]; then
+    xdotool windowmove --sync "$MAIN" 0 850
+    EDITOR_Y=850
+  fi
+  dock_state
+  [ "$DOCK_STATE" != hidden ] || { toggle_dock_in_menu && dock_state; }
+  # A floating dock opens in the middle of the screen: put it out of the way.
+  [ "$DOCK_STATE" != floating ] || xdotool windowmove --sync "$DOCK" 2350 "$EDITOR_Y"
+  save "$who"
+done
+
+# The host: a co-op canvas, then Host (Tab from the nickname field, Space).
+use host
+coop_mode_dialog Hosty
+shot "$MODE" 01-host-join-dialog
+readable 01-host-join-dialog 4
+keys "$MODE" Tab space
+info=$(wait_window "^Pennoria: Draw Co-op\$") || die "host: hosting did not start"
+shot "$info" 02-hosting-info
+readable 02-hosting-info
+keys "$info" Return
+check "#11 the module ignores the test port" "the host listens on the private port" \
+  grep -qF "port $PD_COOP_PORT" "$OUT/host/config/obs-studio/logs/"*.txt
+check "hosting state not shown" "the host's co-op button turns green" is_green "$(coop_button_colour)"
+
+# The guest: a co-op canvas, Join, the address.
+use guest
+coop_mode_dialog Guesty
+keys "$MODE" Tab Tab space
+join=$(wait_window "^Join Co-op Session\$") || die "guest: no join dialog"
+keys "$join" ctrl+a
+type_text "$join" 127.0.0.1
+shot "$join" 03-join-dialog
+readable 03-join-dialog 4
+keys "$join" Return
+sleep 2
+check "joining fails" "the guest's co-op button turns green" is_green "$(coop_button_colour)"
+
+# Both draw in their co-op editors.
+for who in host guest; do
+  use "$who"
+  press_draw
+  EDITOR=$(wait_window "Co-op Canvas\$" 10) || die "$who: the co-op editor does not open"
+  place_editor
+  save "$who"
+done
+use host
+set_brush_size 40
+set_colour "$GREEN"
+drag "$EDITOR" 150 200 1050 200
+use guest
+set_brush_size 40
+set_colour "$BLUE"
+drag "$EDITOR" 150 500 1050 500
+sleep 2
+for who in host guest; do
+  use "$who"
+  preview_shot "04-$who-preview"
+  check "strokes not shared" "$who's OBS shows the host's stroke" \
+    at_least "$(preview_count "04-$who-preview" "$GREEN")" 500
+  check "strokes not shared" "$who's OBS shows the guest's stroke" \
+    at_least "$(preview_count "04-$who-preview" "$BLUE")" 500
+done
+for colour in "$GREEN" "$BLUE"; do
+  a=$(preview_count 04-host-preview "$colour") b=$(preview_count 04-guest-preview "$colour")
+  check "the pictures differ between peers" "both pictures agree ($colour: $a vs $b pixels)" \
+    at_most $(((a - b) * (a - b))) $(((a / 20) * (a / 20)))
+done
+
+# The users list (the Layers button of the co-op editor): a header and a row
+# per user.
+use host
+read -r _ _ ew _ < <(geometry "$EDITOR")
+grab "$EDITOR" "$OUT/.before.png"
+click "$EDITOR" $((ew - 97)) $ROW_Y
+# The pop-up hangs 2 px under the button (which ends at y = 36).
+shot_changes "$EDITOR" "$OUT/.before.png" 05-users-popup 37
+readable 05-users-popup 3 # a header and one row per user
+click "$EDITOR" $((ew - 97)) $ROW_Y
+
+# The guest leaves, then the host stops.
+for who in guest host; do
+  use "$who"
+  press_coop
+  question=$(wait_window "^Pennoria: Draw Co-op\$") || die "$who: no leave/stop question"
+  shot "$question" "06-$who-leave-or-stop"
+  readable "06-$who-leave-or-stop"
+  keys "$question" Return
+  sleep 1
+  check "leaving or stopping fails" "$who's co-op button is idle again" \
+    not_green "$(coop_button_colour)"
+  check "#8 the co-op editor outlives the session" "$who's co-op editor closes" \
+    window_gone "Co-op Canvas\$" 3
+done
+for who in host guest; do
+  use "$who"
+  stop_obs "$OUT/$who" "$who"
+done
+finish

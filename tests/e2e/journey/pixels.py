@@ -1,0 +1,170 @@
+#!/usr/bin/env python3
+"""Pixel measurements on journey screenshots (ImageMagick decodes them).
+
+  pixels.py button-rows FILE X    the first and last row of the lowest band of
+                                  26..44 rows at column X that differ from the
+                                  bottom-left background (a push button)
+  pixels.py checked-tool FILE     the checked tool button's centre x and width
+  pixels.py text-contrast FILE    WCAG contrast of text against its background,
+                                  per band of rows, and the lowest ("min R")
+  pixels.py border-contrast FILE  a frame's border against its inside
+"""
+import subprocess
+import sys
+
+
+def load(path):
+    ppm = subprocess.run(["convert", path, "-alpha", "off", "-depth", "8", "ppm:-"],
+                         check=True, capture_output=True).stdout
+    fields, pos = [], 0
+    while len(fields) < 4:
+        while ppm[pos:pos + 1].isspace():
+            pos += 1
+        end = pos
+        while not ppm[end:end + 1].isspace():
+            end += 1
+        fields.append(ppm[pos:end])
+        pos = end
+    width, height = int(fields[1]), int(fields[2])
+    data = ppm[pos + 1:]
+    return width, height, [tuple(data[i:i + 3]) for i in range(0, 3 * width * height, 3)]
+
+
+def near(a, b, tolerance=24):
+    return max(abs(x - y) for x, y in zip(a, b)) <= tolerance
+
+
+def button_rows(path, x):
+    width, height, px = load(path)
+    background = px[(height - 3) * width + 3]
+    bands, start = [], None
+    for y in range(height):
+        differs = not near(px[y * width + x], background, 6)
+        if differs and start is None:
+            start = y
+        if not differs and start is not None:
+            bands.append((start, y - 1))
+            start = None
+    bands = [b for b in bands if 26 <= b[1] - b[0] + 1 <= 44]
+    print(*(bands[-1] if bands else (-1, -1)))
+
+
+def checked_tool(path):
+    """The centre and width of the checked tool button: the widest run of
+    20..40 strongly coloured pixels (the palette's highlight) in the top rows."""
+    width, _, px = load(path)
+    best = (-1, 0)
+    for y in range(4, 40):
+        run = 0
+        for x in range(width + 1):
+            p = px[y * width + x] if x < width else (0, 0, 0)
+            if max(p) - min(p) > 80:
+                run += 1
+                continue
+            if best[1] < run <= 40:
+                best = (x - (run + 1) // 2, run)
+            run = 0
+    print(*(best if best[1] >= 20 else (-1, 0)))
+
+
+def luminance(rgb):
+    def channel(c):
+        c /= 255.0
+        return c / 12.92 if c <= 0.04045 else ((c + 0.055) / 1.055) ** 2.4
+    r, g, b = (channel(c) for c in rgb)
+    return 0.2126 * r + 0.7152 * g + 0.0722 * b
+
+
+def ratio(a, b):
+    la, lb = luminance(a), luminance(b)
+    return (max(la, lb) + 0.05) / (min(la, lb) + 0.05)
+
+
+def dominant(pixels):
+    counts = {}
+    for p in pixels:
+        counts[p] = counts.get(p, 0) + 1
+    return sorted(counts.items(), key=lambda kv: -kv[1])
+
+
+def on_line(px, width, height, x, y, length=14):
+    """Whether the pixel lies on a straight run of its colour as long as a
+    frame's edge (glyph strokes of a dialog's text are shorter)."""
+    c = px[y * width + x]
+    run = 1
+    for step in (-1, 1):
+        i = x + step
+        while 0 <= i < width and near(px[y * width + i], c, 12):
+            run, i = run + 1, i + step
+    if run >= length:
+        return True
+    run = 1
+    for step in (-1, 1):
+        j = y + step
+        while 0 <= j < height and near(px[j * width + x], c, 12):
+            run, j = run + 1, j + step
+    return run >= length
+
+
+def text_contrast(path):
+    """Splits the picture into bands of rows separated by rows of plain
+    background. In a band, each colour covering a tenth of it is a background
+    (window, button, field); the marks drawn on it are the other pixels that
+    touch it. Anti-aliasing blends lie between a glyph's colour and its
+    background, so the 95th percentile of the marks' contrast is the text's.
+    A label painted near its background colour measures about 1:1."""
+    width, height, px = load(path)
+    window = dominant(px)[0][0]
+    rows = [any(not near(p, window, 6) for p in px[y * width + 2:(y + 1) * width - 2])
+            for y in range(height)]
+    worst, y = None, 1
+    while y < height - 1:
+        if not rows[y]:
+            y += 1
+            continue
+        top = y
+        while y < height - 1 and rows[y]:
+            y += 1
+        if y - top < 7:
+            continue
+        area = (y - top) * width
+        blocks = [c for c, n in dominant(px[top * width:y * width]) if n >= 0.1 * area]
+        for background in blocks:
+            marks = []
+            for yy in range(top, y):
+                for x in range(1, width - 1):
+                    p = px[yy * width + x]
+                    if p in blocks or near(p, background, 12):
+                        continue
+                    if background in (px[yy * width + x - 1], px[yy * width + x + 1],
+                                      px[(yy - 1) * width + x], px[(yy + 1) * width + x]) \
+                            and not on_line(px, width, height, x, yy):
+                        marks.append(ratio(p, background))
+            if len(marks) < 80:  # a frame's rounded corners, not text
+                continue
+            marks.sort()
+            r = marks[int(0.95 * (len(marks) - 1))]
+            print("band %d-%d: %.2f on #%02x%02x%02x (%d marks)"
+                  % ((top, y - 1, r) + background + (len(marks),)))
+            worst = r if worst is None else min(worst, r)
+    print("min %.2f" % (worst or 0))
+
+
+def border_contrast(path):
+    """Contrast of a frame's one-pixel border (its most frequent colour on the
+    edge, corners left out) against the colour just inside it."""
+    width, height, px = load(path)
+    edge = [px[x] for x in range(4, width - 4)] + [px[y * width] for y in range(4, height - 4)]
+    inner = [px[2 * width + x] for x in range(4, width - 4)]
+    print("%.2f" % ratio(dominant(edge)[0][0], dominant(inner)[0][0]))
+
+
+if __name__ == "__main__":
+    if sys.argv[1] == "button-rows":
+        button_rows(sys.argv[2], int(sys.argv[3]))
+    elif sys.argv[1] == "checked-tool":
+        checked_tool(sys.argv[2])
+    elif sys.argv[1] == "text-contrast":
+        text_contrast(sys.argv[2])
+    elif sys.argv[1] == "border-contrast":
+        border_contrast(sys.argv[2])

@@ -1,0 +1,63 @@
+#!/usr/bin/env bash
+# Journey: every dialog and pop-up of the module in OBS's default dark theme
+# and in its Light theme, each screenshot measured for text contrast.
+source "$(dirname "$0")/lib.sh"
+start_display 2400x1080
+BASE="$OUT"
+long_press() { # WIN X Y: held past the 333 ms long press
+  local x y w h
+  read -r x y w h < <(geometry "$1")
+  xdotool mousemove --sync $((x + $2)) $((y + $3)) mousedown 1 sleep 0.6 mouseup 1
+  sleep 0.3
+}
+popup() { # NAME HOW X: opens an editor pop-up by a click or a long press at (X, row)
+  click "$EDITOR" 145 $ROW_Y # closes any open pop-up
+  grab "$EDITOR" "$OUT/.before.png"
+  if [ "$2" = long ]; then long_press "$EDITOR" "$3" $ROW_Y; else click "$EDITOR" "$3" $ROW_Y; fi
+  shot_changes "$EDITOR" "$OUT/.before.png" "$1"
+  readable "$1"
+}
+
+for theme in dark light; do
+  OUT="$BASE/$theme"
+  mkdir -p "$OUT"
+  P="$OUT/profile"
+  new_profile "$P" "$([ $theme = light ] && echo com.obsproject.Yami.Light)"
+  start_obs "$P"
+  dock_state
+  [ "$DOCK_STATE" != hidden ] || { toggle_dock_in_menu && dock_state; }
+  find_dock_buttons
+  readable dock
+  open_editor || true
+  readable setup-dialog
+  find_tools
+  read -r _ _ ew _ < <(geometry "$EDITOR")
+  popup colour-popup click 20
+  popup fill-popup long "$TOOL_FILL"
+  popup shapes-popup click "$TOOL_SHAPES"
+  popup jitter-popup long $((TOOL_SHAPES + 41))
+  popup preview-popup long $((ew - 138))
+  popup layers-popup click $((ew - 97))
+  click "$EDITOR" 145 $ROW_Y
+  # A hovered tool button: its icon on the hover colour.
+  read -r ex ey _ _ < <(geometry "$EDITOR")
+  xdotool mousemove --sync $((ex + TOOL_ERASER)) $((ey + ROW_Y))
+  sleep 0.5
+  shot "$EDITOR" .hover
+  convert "$OUT/.hover.png" -crop "30x30+$((TOOL_ERASER - 15))+$((ROW_Y - 15))" +repage \
+    "$OUT/hovered-tool.png"
+  readable hovered-tool
+
+  coop_mode_dialog Sam coop-setup-dialog
+  shot "$MODE" host-join-dialog
+  readable host-join-dialog 4
+  keys "$MODE" Tab Tab space
+  join=$(wait_window "^Join Co-op Session\$") || die "no join dialog"
+  type_text "$join" 192.0.2.1
+  shot "$join" join-dialog
+  readable join-dialog 4
+  keys "$join" Escape
+  stop_obs "$P" "$theme"
+done
+OUT="$BASE"
+finish
