@@ -16,8 +16,7 @@ namespace {
 using P = QPointF;
 using Points = QList<QPointF>;
 
-// Pointer input for the drawing surface as the window system delivers it: a
-// move holds `button`, a release holds nothing.
+// Mouse input as the window system sends it: a move holds `button`, a release nothing.
 void send(QWidget *w, QEvent::Type type, QPointF pos, Qt::MouseButton button = Qt::LeftButton,
           Qt::KeyboardModifiers mods = {})
 {
@@ -45,8 +44,7 @@ void wheel(QWidget *w, QPointF pos, QPoint delta)
     QApplication::sendEvent(w, &event);
 }
 
-// A 400 x 300 surface on screen with the canvas fitted into it, holding solid
-// layers (bottom first, the last one active) when colours are given.
+// A 400 x 300 surface on screen; solid layers, bottom first, the last one active.
 std::unique_ptr<CanvasWidget> shownCanvas(QSize size = {400, 300}, QList<QColor> layers = {})
 {
     auto w = std::make_unique<CanvasWidget>(size.width(), size.height());
@@ -298,8 +296,7 @@ void TestCanvasWidget::tools()
     QCOMPARE(layerPixel(*w, probe, 1), start);
 }
 
-// A long stroke is painted into the layer in parts while it goes on; the
-// screen never loses any of it. An undo ends the drag: the rest adds nothing.
+// A long stroke's baked part stays on screen; an undo ends the drag for good.
 void TestCanvasWidget::longDragUntilUndone()
 {
     LogCapture capture;
@@ -336,8 +333,7 @@ void TestCanvasWidget::pointer_data()
     QTest::newRow("shapes keep the icon") << QList<int>{1, 3} << false << 8.0 << Icons::Eraser;
 }
 
-// The system cursor is hidden; the widget draws the brush's outline and the
-// tool's icon beside it, only while the pointer is inside.
+// The widget draws the brush's outline and the tool's icon while the pointer is inside.
 void TestCanvasWidget::pointer()
 {
     QFETCH(QList<int>, tools);
@@ -377,8 +373,7 @@ void TestCanvasWidget::pointer()
     QCOMPARE(shot(w.get()), outside);
 }
 
-// A move repaints the stroke's new part and the pointer, through the view's
-// scale, and the screen then shows what a full repaint would.
+// A move repaints only its stroke part and the pointer; the screen shows a full repaint.
 void TestCanvasWidget::dragRepaintsOnlyTheStroke()
 {
     for (int tool : {int(Tool::Brush), int(Tool::Eraser), int(Tool::Shapes)}) {

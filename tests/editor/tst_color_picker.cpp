@@ -66,8 +66,7 @@ void TestColorPicker::hexTyping_data()
     QTest::newRow("empty") << "" << true << none << "#0A141E";
 }
 
-// Only a whole colour applies: typing never passes through in-between colours
-// ("#ff8" on the way to "#ff8800" would be yellow).
+// Only a whole colour applies: "#ff8" on the way to "#ff8800" would be yellow.
 void TestColorPicker::hexTyping()
 {
     QFETCH(QString, keys);
@@ -120,9 +119,8 @@ void TestColorPicker::clicks_data()
     QTest::newRow("below the square") << QPoint(100, 250) << Qt::LeftButton << false;
 }
 
-// What is picked is what the picker shows under the pointer, and the marker
-// moves there from the old colour's place (a ring in the square, a line across
-// the bar); nothing else in that part changes.
+// What is picked is what is shown under the pointer, and only the marker moves
+// there from the old colour's place (a ring in the square, a line on the bar).
 void TestColorPicker::clicks()
 {
     QFETCH(QPoint, at);

@@ -92,7 +92,6 @@ private slots:
     void builtHiddenRebuildsAtFirstShow();
     void heights_data();
     void heights();
-    void panelOutlivesCanvas();
     void screenshots();
 };
 
@@ -163,8 +162,7 @@ void TestLayerPanel::drop_data()
     QTest::newRow("8 up") << 0 << QPoint(0, -8) << 0 << still;
 }
 
-// A press activates the row's layer; a drag drops it at the slot under the
-// pointer, which the indicator marks while the drag goes on.
+// A press activates the row; a drag drops it at the slot the indicator marks.
 void TestLayerPanel::drop()
 {
     QFETCH(int, row);
@@ -191,8 +189,7 @@ void TestLayerPanel::drop()
     QCOMPARE(f.shown(), layers);
 }
 
-// Painting refreshes the thumbnail of the row that shows the active layer, and
-// only that one; showing the panel refreshes them all.
+// Painting refreshes the active layer's row only; showing the panel refreshes all.
 void TestLayerPanel::thumbnailsFollowTheirLayer()
 {
     Fixture f(4);
@@ -225,19 +222,26 @@ void TestLayerPanel::thumbnailsFollowTheirLayer()
     QCOMPARE(thumbnails(), QStringLiteral("#ff0000 #000000 #0000ff #ffffff"));
 }
 
+// Built hidden, the panel waits for its first show; it outlives its canvas.
 void TestLayerPanel::builtHiddenRebuildsAtFirstShow()
 {
     LogCapture log;
-    CanvasWidget canvas(32, 32);
-    LayerPanel panel(&canvas);
-    canvas.addLayer();
-    canvas.addLayer();
+    auto *canvas = new CanvasWidget(32, 32);
+    LayerPanel panel(canvas);
+    canvas->addLayer();
+    canvas->addLayer();
     QVERIFY(panel.findChildren<QWidget *>("layerRow").isEmpty());
     panel.show();
     QCOMPARE(panel.findChildren<QWidget *>("layerRow").size(), 3);
     panel.hide();
     panel.show(); // only refreshes the thumbnails
     QCOMPARE(log.matching("[PD] LayerPanel::rebuild: 3 layers in ").size(), 1);
+    delete canvas;
+    panel.onAddLayer();
+    panel.onDeleteLayer();
+    panel.rebuild();
+    settle();
+    QVERIFY(panel.findChildren<QWidget *>("layerRow").isEmpty());
 }
 
 void TestLayerPanel::heights_data()
@@ -252,8 +256,7 @@ void TestLayerPanel::heights_data()
     QTest::newRow("pinned") << 3 << true << 0 << QWIDGETSIZE_MAX;
 }
 
-// Unpinned, the list grows with the layers up to ten rows; pinned, it takes
-// the height it is given. Rebuilds keep it so, and the pin button only asks.
+// Unpinned the list grows to ten rows, pinned it fills; the pin button only asks.
 void TestLayerPanel::heights()
 {
     QFETCH(int, layers);
@@ -271,19 +274,6 @@ void TestLayerPanel::heights()
     auto *list = f.panel.findChild<QScrollArea *>();
     QCOMPARE(list->minimumHeight(), minimum);
     QCOMPARE(list->maximumHeight(), maximum);
-}
-
-void TestLayerPanel::panelOutlivesCanvas()
-{
-    auto *canvas = new CanvasWidget(16, 16);
-    LayerPanel panel(canvas);
-    panel.show();
-    delete canvas;
-    panel.onAddLayer();
-    panel.onDeleteLayer();
-    panel.rebuild();
-    settle();
-    QVERIFY(panel.findChildren<QWidget *>("layerRow").isEmpty());
 }
 
 // The panel and the colour picker in a dark and a light theme, for a person to look at.
