@@ -3,8 +3,7 @@
 #include <QObject>
 #include <QStringList>
 
-// Records the document signals of a CanvasDocument or CanvasWidget as text,
-// in the order they fire: "undo(1)", "layers", "active(2)", ...
+// Records a document's or surface's signals in order: "undo(1)", "layers", ...
 template <typename T> QStringList *recordSignals(T *emitter, QStringList *log)
 {
     QObject::connect(emitter, &T::strokesChanged, [log] { log->append("strokes"); });
@@ -18,8 +17,7 @@ template <typename T> QStringList *recordSignals(T *emitter, QStringList *log)
     return log;
 }
 
-// Also records the drawing surface's live signals: "updated", "committed(n)"
-// and "coop(n)" with n the number of points of the stroke.
+// Also the surface's live ones: "updated", "committed(n)", "coop(n)" (n points).
 template <typename T> QStringList *recordStrokeSignals(T *emitter, QStringList *log)
 {
     recordSignals(emitter, log);

@@ -10,7 +10,7 @@
 
 CanvasWidget::CanvasWidget(int canvasWidth, int canvasHeight, QWidget *parent)
     : QWidget(parent), m_doc(new CanvasDocument(canvasWidth, canvasHeight, this)),
-      m_rng(std::random_device{}())
+      m_wiggleTimer(new QTimer(this)), m_rng(std::random_device{}())
 {
     setMouseTracking(true);
     setAttribute(Qt::WA_TabletTracking);
@@ -18,8 +18,9 @@ CanvasWidget::CanvasWidget(int canvasWidth, int canvasHeight, QWidget *parent)
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
 
     m_toolCursorIcon = toolIcon(Icons::Brush);
-    m_wiggleTimer.setInterval(50);
-    connect(&m_wiggleTimer, &QTimer::timeout, this, &CanvasWidget::onJitterTick);
+    m_wiggleTimer->setObjectName(QStringLiteral("wiggleTimer"));
+    m_wiggleTimer->setInterval(50);
+    connect(m_wiggleTimer, &QTimer::timeout, this, &CanvasWidget::onJitterTick);
 
     connect(m_doc, &CanvasDocument::strokesChanged, this, &CanvasWidget::strokesChanged);
     connect(m_doc, &CanvasDocument::undoAvailabilityChanged, this,
@@ -41,6 +42,7 @@ void CanvasWidget::onSnapshotRestored()
     m_current.points.clear();
     m_drawing = false;
     m_shapeStart = m_shapeEnd = QPointF();
+    dropLive();
     dropWiggleFrame();
     regenerateWiggle();
     update();
@@ -163,9 +165,9 @@ void CanvasWidget::setWiggleEnabled(bool enabled)
 {
     m_wiggleEnabled = enabled;
     if (enabled) {
-        m_wiggleTimer.start();
+        m_wiggleTimer->start();
     } else {
-        m_wiggleTimer.stop();
+        m_wiggleTimer->stop();
         dropWiggleFrame();
         update();
     }
@@ -173,7 +175,7 @@ void CanvasWidget::setWiggleEnabled(bool enabled)
 
 void CanvasWidget::setWiggleInterval(int ms)
 {
-    m_wiggleTimer.setInterval(std::max(ms, 17));
+    m_wiggleTimer->setInterval(std::max(ms, 17));
 }
 
 void CanvasWidget::setPreviewEnabled(bool enabled)

@@ -63,8 +63,6 @@ public:
     void setShapeErase(bool erase) { m_shapeErase = erase; }
     void setFillTolerance(int tolerance) { m_fillTolerance = tolerance; }
     int tool() const { return m_tool; }
-    // The 16x16 icon drawn beside the pointer.
-    QPixmap toolCursorIcon() const { return m_toolCursorIcon; }
     QColor brushColor() const { return m_brushColor; }
     float brushSize() const { return m_brushSize; }
     int shapeType() const { return m_shapeType; }
@@ -78,9 +76,7 @@ public:
     void setWiggleInterval(int ms);
     bool wiggleEnabled() const { return m_wiggleEnabled; }
     float wiggleAmount() const { return m_wiggleAmount; }
-    int wiggleInterval() const { return m_wiggleTimer.interval(); }
-    bool wiggleTimerActive() const { return m_wiggleTimer.isActive(); }
-    QImage wiggleFrame() const { return m_wiggleImage; }
+    int wiggleInterval() const { return m_wiggleTimer->interval(); }
 
     // Scene preview backdrop.
     void setPreviewEnabled(bool enabled);
@@ -94,19 +90,9 @@ public:
     // The flat composite with the live brush stroke or shape preview on it.
     QImage displayComposite();
 
-    // View.
-    float zoom() const { return m_zoom; }
-    QPointF panOffset() const { return m_pan; }
-    float fitScale() const { return m_fitScale; }
-    QPoint baseOffset() const { return m_base; }
-    QPointF mapToCanvas(const QPointF &widgetPos) const;
-    QRect canvasRect() const;
-
-    // Input state.
-    bool isDrawing() const { return m_drawing; }
-    bool isPanning() const { return m_panning; }
-    bool pointerInside() const { return m_pointerInside; }
-    const Stroke &currentStroke() const { return m_current; }
+    // Zoom steps of the wheel, and the deepest zoom.
+    static constexpr float ZoomStep = 1.25f;
+    static constexpr float MaxZoom = 32.0f;
 
 signals:
     void strokesChanged();
@@ -133,6 +119,20 @@ protected:
     void leaveEvent(QEvent *event) override;
 
 private:
+    QPointF mapToCanvas(const QPointF &widgetPos) const;
+    QRect canvasRect() const;
+    // The widget pixels that show a canvas area, with a margin for smoothing.
+    QRect widgetArea(const QRectF &canvasArea) const;
+    // The widget pixels the brush outline and the tool icon cover.
+    QRect pointerArea() const;
+    void zoomAbout(const QPointF &pos, float next);
+    Stroke shapePreview() const;
+    // The canvas area the shape being dragged covers; empty when there is none.
+    QRect shapeArea() const;
+    // Redraws the live brush stroke or shape preview inside a canvas area of
+    // the overlay and repaints that area.
+    void redrawLive(const QRect &area);
+    void dropLive();
     QPixmap toolIcon(const QString &svg) const;
     void dropWiggleFrame();
     void onSnapshotRestored();
@@ -152,9 +152,11 @@ private:
 
     CanvasDocument *m_doc;
     QImage m_wiggleImage;
+    // The live brush stroke or shape preview at canvas size, drawn over the
+    // flat composite; null while nothing is being drawn.
+    QImage m_live;
     Stroke m_current;
     bool m_drawing = false;
-    bool m_liveDirty = false;
 
     QColor m_brushColor = Qt::black;
     float m_brushSize = 8.0f;
@@ -172,13 +174,15 @@ private:
     bool m_previewEnabled = false;
     float m_previewOpacity = 1.0f;
     QImage m_previewImage;
-    QTimer m_wiggleTimer;
+    QTimer *m_wiggleTimer;
     std::mt19937 m_rng;
     WiggleGrid m_wiggleGrid;
     int m_wigglePoints = 0;
     bool m_moved = false;
 
     float m_zoom = 1.0f;
+    // Wheel angle not yet worth a whole step (touchpads send small deltas).
+    int m_wheelRemainder = 0;
     float m_fitScale = 1.0f;
     QPoint m_base;
     QPointF m_pan;

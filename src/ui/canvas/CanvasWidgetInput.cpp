@@ -40,34 +40,45 @@ void CanvasWidget::clampPan()
 
 void CanvasWidget::wheelEvent(QWheelEvent *event)
 {
+    event->accept();
+    // One step per notch (120 eighths of a degree); touchpads send fractions
+    // of a notch, which add up. Pixel deltas count alike when there is no angle.
+    constexpr int Notch = 120;
+    const int delta =
+        event->angleDelta().y() != 0 ? event->angleDelta().y() : event->pixelDelta().y();
+    m_wheelRemainder += delta;
+    const int steps = m_wheelRemainder / Notch;
+    m_wheelRemainder -= steps * Notch;
+    float next = m_zoom;
+    for (int i = 0; i < std::abs(steps); ++i)
+        next = steps > 0 ? next * ZoomStep : next / ZoomStep;
+    zoomAbout(event->position(), std::clamp(next, 1.0f, MaxZoom));
+}
+
+void CanvasWidget::zoomAbout(const QPointF &pos, float next)
+{
     const float old = m_zoom;
-    float next = event->angleDelta().y() >= 1 ? old * 1.25f : old * 0.8f;
-    next = std::max(next, 1.0f);
-    if (qFuzzyCompare(next, old)) {
-        event->accept();
+    if (qFuzzyCompare(next, old))
         return;
-    }
     const double ratio = double(next) / double(old);
-    const QPointF p = event->position();
-    m_pan.setX(p.x() - (p.x() - (m_base.x() + m_pan.x())) * ratio - m_base.x());
-    m_pan.setY(p.y() - (p.y() - (m_base.y() + m_pan.y())) * ratio - m_base.y());
+    m_pan.setX(pos.x() - (pos.x() - (m_base.x() + m_pan.x())) * ratio - m_base.x());
+    m_pan.setY(pos.y() - (pos.y() - (m_base.y() + m_pan.y())) * ratio - m_base.y());
     m_zoom = next;
     clampPan();
     update();
-    event->accept();
 }
 
 void CanvasWidget::enterEvent(QEnterEvent *event)
 {
     m_pointerInside = true;
-    update();
+    update(pointerArea());
     QWidget::enterEvent(event);
 }
 
 void CanvasWidget::leaveEvent(QEvent *event)
 {
     m_pointerInside = false;
-    update();
+    update(pointerArea());
     QWidget::leaveEvent(event);
 }
 
@@ -93,7 +104,6 @@ void CanvasWidget::mousePressEvent(QMouseEvent *event)
         m_doc->captureSnapshot();
         m_shapeStart = m_shapeEnd = canvasPos;
         m_constrainShape = event->modifiers() & Qt::ShiftModifier;
-        update();
         break;
     case Tool::Brush:
     case Tool::Eraser:
@@ -141,15 +151,17 @@ void CanvasWidget::pressStroke(const QPointF &canvasPos)
     m_current.fill = false;
     m_current.points.append(canvasPos);
     if (m_current.eraser) {
+        const QRect dot = strokeBounds(m_current, m_doc->size());
         paintStroke(m_doc->activeImage(), m_current, m_fillTolerance);
-        m_doc->markPainted(strokeBounds(m_current, m_doc->size()));
+        m_doc->markPainted(dot);
+        update(widgetArea(dot));
         emit strokeUpdated();
     }
-    update();
 }
 
 void CanvasWidget::mouseMoveEvent(QMouseEvent *event)
 {
+    const QRect pointerBefore = pointerArea();
     m_pointer = event->position();
     m_pointerInside = true;
     if (m_panning) {
@@ -158,17 +170,17 @@ void CanvasWidget::mouseMoveEvent(QMouseEvent *event)
         update();
         return;
     }
+    update(pointerBefore | pointerArea());
     if (m_drawing && m_tool == int(Tool::Shapes)) {
+        const QRect before = shapeArea();
         m_shapeEnd = mapToCanvas(event->position());
         m_constrainShape = event->modifiers() & Qt::ShiftModifier;
-        update();
+        redrawLive(before | shapeArea());
         emit strokeUpdated();
         return;
     }
-    if (m_tool == int(Tool::FillBucket) || !m_drawing || !(event->buttons() & Qt::LeftButton)) {
-        update();
+    if (m_tool == int(Tool::FillBucket) || !m_drawing || !(event->buttons() & Qt::LeftButton))
         return;
-    }
     moveStroke(mapToCanvas(event->position()));
 }
 
@@ -176,10 +188,8 @@ void CanvasWidget::moveStroke(const QPointF &canvasPos)
 {
     if (!m_current.points.isEmpty()) {
         const QPointF d = canvasPos - m_current.points.last();
-        if (float(d.x() * d.x() + d.y() * d.y()) < MinSampleSpacingSquared) {
-            update();
+        if (float(d.x() * d.x() + d.y() * d.y()) < MinSampleSpacingSquared)
             return;
-        }
     }
     m_current.points.append(canvasPos);
     const qsizetype n = m_current.points.size();
@@ -189,16 +199,24 @@ void CanvasWidget::moveStroke(const QPointF &canvasPos)
         segment.color = m_current.color;
         segment.width = m_current.width;
         segment.eraser = true;
+        const QRect area = strokeBounds(segment, m_doc->size());
         paintStroke(m_doc->activeImage(), segment, m_fillTolerance);
-        m_doc->markPainted(strokeBounds(segment, m_doc->size()));
+        m_doc->markPainted(area);
+        update(widgetArea(area));
         emit coopStrokeSegment(segment);
     } else {
         // Taken before the bake shortens the stroke: it covers the baked part.
         const QRect liveBounds = strokeBounds(m_current, m_doc->size());
+        // A new point reshapes the smoothed path from its last three points on.
+        Stroke reshaped = m_current;
+        reshaped.points = m_current.points.mid(std::max<qsizetype>(0, n - 3));
+        QRect changed = strokeBounds(reshaped, m_doc->size());
         if (bakeLiveStroke(m_doc->activeImage(), m_current, m_brushSize, m_doc->size())) {
             m_doc->markPainted(liveBounds);
+            changed = liveBounds;
             rewarpWiggle();
         }
+        redrawLive(changed);
         const qsizetype live = m_current.points.size();
         if (live >= 2) {
             Stroke segment;
@@ -209,7 +227,6 @@ void CanvasWidget::moveStroke(const QPointF &canvasPos)
         }
     }
     m_moved = true;
-    update();
     emit strokeUpdated();
 }
 
@@ -255,6 +272,7 @@ void CanvasWidget::releaseStroke()
         emit strokesChanged();
     }
     m_current.points.clear();
+    dropLive();
     rewarpWiggle();
     update();
 }
@@ -284,6 +302,7 @@ void CanvasWidget::releaseShape(bool constrain)
         emit strokesChanged();
     }
     m_shapeStart = m_shapeEnd = QPointF();
+    dropLive();
     rewarpWiggle();
     update();
 }

@@ -3,6 +3,7 @@
 #include "engine/ShapePath.h"
 #include "engine/StrokePainter.h"
 
+#include <QPaintEvent>
 #include <QPainter>
 #include <QPainterPathStroker>
 
@@ -47,6 +48,27 @@ QRect CanvasWidget::canvasRect() const
             int(canvasHeight() * scale)};
 }
 
+QRect CanvasWidget::widgetArea(const QRectF &canvasArea) const
+{
+    const QRect target = canvasRect();
+    const qreal sx = qreal(target.width()) / canvasWidth();
+    const qreal sy = qreal(target.height()) / canvasHeight();
+    const QRectF area(target.x() + canvasArea.x() * sx, target.y() + canvasArea.y() * sy,
+                      canvasArea.width() * sx, canvasArea.height() * sy);
+    return area.toAlignedRect().adjusted(-2, -2, 2, 2);
+}
+
+QRect CanvasWidget::pointerArea() const
+{
+    const bool ring = m_tool == int(Tool::Brush) || m_tool == int(Tool::Eraser);
+    const qreal r = ring ? qreal(m_brushSize) * 0.5 * m_fitScale * m_zoom : 8.0;
+    const QRect outline = QRectF(m_pointer.x() - r, m_pointer.y() - r, 2 * r, 2 * r)
+                              .toAlignedRect()
+                              .adjusted(-3, -3, 3, 3);
+    const QRect icon(int(m_pointer.x() + r * 0.7071), int(m_pointer.y() + r * 0.7071), 16, 16);
+    return outline | icon.adjusted(-1, -1, 1, 1);
+}
+
 bool CanvasWidget::shapeBeingDragged() const
 {
     if (!m_drawing || m_tool != int(Tool::Shapes))
@@ -54,59 +76,119 @@ bool CanvasWidget::shapeBeingDragged() const
     return !isDegenerateShapeRect(shapeRect(m_shapeStart, m_shapeEnd, m_constrainShape));
 }
 
+Stroke CanvasWidget::shapePreview() const
+{
+    Stroke preview;
+    preview.shape = true;
+    preview.points = {m_shapeStart,
+                      constrainedShapeEnd(m_shapeStart, m_shapeEnd, m_constrainShape)};
+    preview.color = m_brushColor;
+    preview.width = m_brushSize;
+    preview.shapeType = m_shapeType;
+    preview.shapeMode = m_shapeMode;
+    preview.arrowDirection = arrowDirection(preview.points[0], preview.points[1]);
+    return preview;
+}
+
+QRect CanvasWidget::shapeArea() const
+{
+    if (!shapeBeingDragged())
+        return {};
+    const Stroke preview = shapePreview();
+    const QRectF rect = shapeRect(preview.points[0], preview.points[1], false);
+    const qreal grow = m_brushSize * 0.5 + 2.0;
+    return shapePath(m_shapeType, rect, preview.arrowDirection)
+        .boundingRect()
+        .adjusted(-grow, -grow, grow, grow)
+        .toAlignedRect();
+}
+
+void CanvasWidget::redrawLive(const QRect &area)
+{
+    const QRect clip = area & QRect(QPoint(0, 0), m_doc->size());
+    if (clip.isEmpty())
+        return;
+    if (m_live.isNull()) {
+        m_live = QImage(m_doc->size(), QImage::Format_ARGB32_Premultiplied);
+        m_live.fill(Qt::transparent);
+    }
+    QPainter painter(&m_live);
+    painter.setClipRect(clip);
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.fillRect(clip, Qt::transparent);
+    painter.setRenderHint(QPainter::Antialiasing);
+    // Drawn whole and clipped, so overlapping parts of a translucent stroke
+    // blend the same way in every repainted piece.
+    if (shapeBeingDragged() && !m_shapeErase)
+        drawStroke(painter, shapePreview());
+    else if (m_drawing && m_tool == int(Tool::Brush) && m_current.points.size() >= 2)
+        drawStroke(painter, m_current);
+    painter.end();
+    update(widgetArea(clip));
+}
+
+void CanvasWidget::dropLive()
+{
+    m_live = QImage();
+}
+
 QImage CanvasWidget::displayComposite()
 {
     const QImage flat = m_doc->flatComposite();
-    if (shapeBeingDragged()) {
-        if (m_shapeErase)
-            return flat; // a hole cannot be previewed; the overlay outlines it
-        QImage out = flat.copy();
-        Stroke preview;
-        preview.shape = true;
-        preview.points = {m_shapeStart,
-                          constrainedShapeEnd(m_shapeStart, m_shapeEnd, m_constrainShape)};
-        preview.color = m_brushColor;
-        preview.width = m_brushSize;
-        preview.shapeType = m_shapeType;
-        preview.shapeMode = m_shapeMode;
-        preview.arrowDirection = arrowDirection(preview.points[0], preview.points[1]);
-        QPainter painter(&out);
-        painter.setRenderHint(QPainter::Antialiasing);
-        drawStroke(painter, preview);
-        return out;
-    }
-    if (m_drawing && m_tool == int(Tool::Brush) && !m_current.eraser &&
-        m_current.points.size() >= 2) {
-        QImage out = flat.copy();
-        QPainter painter(&out);
-        painter.setRenderHint(QPainter::Antialiasing);
-        drawStroke(painter, m_current);
-        return out;
-    }
-    return flat;
+    const bool brush = m_drawing && m_tool == int(Tool::Brush) && !m_current.eraser &&
+                       m_current.points.size() >= 2;
+    if (!brush && (!shapeBeingDragged() || m_shapeErase))
+        return flat; // a hole cannot be previewed; the overlay outlines it
+    QImage out = flat.copy();
+    QPainter painter(&out);
+    painter.setRenderHint(QPainter::Antialiasing);
+    drawStroke(painter, brush ? m_current : shapePreview());
+    return out;
 }
 
-void CanvasWidget::paintEvent(QPaintEvent *)
+namespace {
+
+// Draws the part of an image stretched over target that falls in exposed.
+void drawExposed(QPainter &painter, const QRect &target, const QImage &image, const QRect &exposed)
 {
+    const QRect visible = target & exposed;
+    if (visible.isEmpty() || image.isNull())
+        return;
+    const qreal sx = qreal(image.width()) / target.width();
+    const qreal sy = qreal(image.height()) / target.height();
+    const QRectF source((visible.x() - target.x()) * sx, (visible.y() - target.y()) * sy,
+                        visible.width() * sx, visible.height() * sy);
+    painter.drawImage(QRectF(visible), image, source);
+}
+
+} // namespace
+
+// Only the exposed part is drawn, from the document's cached composite as it
+// is: a pointer move repaints a few hundred pixels, not the frame.
+void CanvasWidget::paintEvent(QPaintEvent *event)
+{
+    const QRect exposed = event->rect();
     QPainter painter(this);
-    painter.fillRect(rect(), QColor(40, 40, 40));
+    painter.fillRect(exposed, QColor(40, 40, 40));
 
     const QRect target = canvasRect();
     if (m_previewEnabled && !m_previewImage.isNull()) {
         painter.setOpacity(m_previewOpacity);
-        painter.drawImage(target, m_previewImage);
+        drawExposed(painter, target, m_previewImage, exposed);
         painter.setOpacity(1.0);
     } else {
         painter.setBrushOrigin(target.topLeft());
-        painter.fillRect(target, checkerBrush());
+        painter.fillRect(target & exposed, checkerBrush());
         painter.setBrushOrigin(0, 0);
     }
 
     m_doc->rebuildPartials();
-    if (m_wiggleEnabled && !m_wiggleImage.isNull())
-        painter.drawImage(target, m_wiggleImage);
-    else
-        painter.drawImage(target, displayComposite());
+    if (m_wiggleEnabled && !m_wiggleImage.isNull()) {
+        drawExposed(painter, target, m_wiggleImage, exposed);
+    } else {
+        drawExposed(painter, target, m_doc->flatComposite(), exposed);
+        drawExposed(painter, target, m_live, exposed);
+    }
 
     paintOverlays(painter, target);
     if (m_pointerInside)

@@ -58,6 +58,7 @@ LayerPanel::LayerPanel(CanvasWidget *canvas, QWidget *parent) : QWidget(parent),
     layout->addWidget(m_scrollArea, 1);
 
     m_dropIndicator = new QFrame(m_scrollArea->viewport());
+    m_dropIndicator->setObjectName(QStringLiteral("dropIndicator"));
     m_dropIndicator->setFixedHeight(4);
     m_dropIndicator->setStyleSheet(
         QStringLiteral("background: palette(highlight); border-radius: 2px;"));

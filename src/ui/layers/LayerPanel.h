@@ -28,18 +28,7 @@ public:
 
     void setPinned(bool pinned);
     bool isPinned() const { return m_pinned; }
-
-    // Read access for the editor window and tests.
-    QScrollArea *scrollArea() const { return m_scrollArea; }
-    QWidget *listWidget() const { return m_listWidget; }
     QToolButton *pinButton() const { return m_pinButton; }
-    QToolButton *deleteButton() const { return m_deleteButton; }
-    QFrame *dropIndicator() const { return m_dropIndicator; }
-    const QList<QWidget *> &rows() const { return m_rows; }
-    const QList<int> &rowLayers() const { return m_rowLayers; }
-    bool isDragging() const { return m_dragging; }
-    int dragRow() const { return m_dragRow; }
-    int dropSlot() const { return m_dropSlot; }
 
 signals:
     void pinToggled();

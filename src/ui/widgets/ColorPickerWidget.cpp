@@ -6,6 +6,7 @@
 #include <QLinearGradient>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QRegularExpression>
 #include <QSpinBox>
 #include <QVBoxLayout>
 
@@ -25,7 +26,19 @@ QSpinBox *makeChannelSpin(const char *name, QWidget *parent)
     spin->setObjectName(QLatin1String(name));
     spin->setRange(0, 255);
     spin->setMinimumWidth(58);
+    // Typed numbers apply when complete (Enter or leaving the box), so the
+    // brush does not flicker through 1, 17, 171; arrow steps apply at once.
+    spin->setKeyboardTracking(false);
     return spin;
+}
+
+// The hex digits of a typed colour with or without its "#"; empty when the
+// text holds anything else.
+QString hexDigits(const QString &text)
+{
+    static const QRegularExpression hex(QStringLiteral("^#?([0-9A-Fa-f]*)$"));
+    const QRegularExpressionMatch match = hex.match(text.trimmed());
+    return match.hasMatch() ? match.captured(1) : QString();
 }
 
 void drawFrame(QPainter &painter, const QRect &rect, const QColor &color)
@@ -72,8 +85,16 @@ ColorPickerWidget::ColorPickerWidget(QWidget *parent) : QWidget(parent)
     for (QSpinBox *spin : {m_redSpin, m_greenSpin, m_blueSpin})
         connect(spin, &QSpinBox::valueChanged, this, &ColorPickerWidget::onSpinChanged);
     connect(m_hexEdit, &QLineEdit::textEdited, this, &ColorPickerWidget::onHexEdited);
+    connect(m_hexEdit, &QLineEdit::editingFinished, this, &ColorPickerWidget::onHexFinished);
 
     setColor(Qt::black);
+}
+
+// The hex field loses its focus while the picker is torn down and would report
+// the end of an edit to a half-destroyed picker.
+ColorPickerWidget::~ColorPickerWidget()
+{
+    m_hexEdit->disconnect(this);
 }
 
 QRect ColorPickerWidget::squareRect() const
@@ -261,17 +282,32 @@ void ColorPickerWidget::onSpinChanged()
     emit colorChanged(m_color);
 }
 
+// While typing, only a complete six-digit colour applies: "#ff8" on the way
+// to "#ff8800" is a valid short form of another colour and must not flash by.
 void ColorPickerWidget::onHexEdited()
 {
     if (m_syncing)
         return;
-    QString text = m_hexEdit->text().trimmed();
-    if (!text.startsWith(QLatin1Char('#')))
-        text.prepend(QLatin1Char('#'));
-    const QColor parsed = QColor::fromString(text);
-    if (!parsed.isValid())
+    const QString digits = hexDigits(m_hexEdit->text());
+    if (digits.size() == 6)
+        applyHex(QColor::fromString(QLatin1Char('#') + digits));
+}
+
+// Enter or leaving the field: a complete short or long form applies; anything
+// else gives the field back the current colour.
+void ColorPickerWidget::onHexFinished()
+{
+    const QString digits = hexDigits(m_hexEdit->text());
+    if (digits.size() == 3 || digits.size() == 6)
+        applyHex(QColor::fromString(QLatin1Char('#') + digits));
+    syncHex();
+}
+
+void ColorPickerWidget::applyHex(const QColor &color)
+{
+    if (!color.isValid() || color.rgb() == m_color.rgb())
         return;
-    m_color = parsed.toRgb();
+    m_color = color.toRgb();
     takeHsv(m_color);
     rebuildSquare();
     syncSpins();

@@ -15,15 +15,10 @@ class ColorPickerWidget : public QWidget {
 
 public:
     explicit ColorPickerWidget(QWidget *parent = nullptr);
+    ~ColorPickerWidget() override;
 
     void setColor(const QColor &color);
     QColor color() const { return m_color; }
-    double hue() const { return m_hue; }
-    double saturation() const { return m_saturation; }
-    double value() const { return m_value; }
-
-    QRect squareRect() const;
-    QRect hueRect() const;
 
 signals:
     void colorChanged(const QColor &color);
@@ -31,6 +26,7 @@ signals:
 private slots:
     void onSpinChanged();
     void onHexEdited();
+    void onHexFinished();
 
 protected:
     void paintEvent(QPaintEvent *event) override;
@@ -39,6 +35,9 @@ protected:
     void mouseReleaseEvent(QMouseEvent *event) override;
 
 private:
+    QRect squareRect() const;
+    QRect hueRect() const;
+    void applyHex(const QColor &color);
     void takeHsv(const QColor &color);
     void rebuildSquare();
     void rebuildHueBar();
