@@ -6,8 +6,11 @@
 #include "common/Version.h"
 #include "dock/DockPlacement.h"
 #include "dock/PluginDock.h"
+#include "editor/DrawingWindow.h"
+#include "files/CanvasSaver.h"
 #include "update/UpdateChecker.h"
 
+#include <QApplication>
 #include <QDockWidget>
 #include <QMainWindow>
 
@@ -25,6 +28,23 @@ const char DockTitle[] = "Pennoria: Draw";
 void hostLogSink(const char *line)
 {
     blog(LOG_INFO, "%s", line);
+}
+
+// How long exit, a scene collection change or unloading waits for the canvas
+// writer before giving up.
+constexpr std::chrono::seconds SaveWaitLimit{5};
+
+// The sources are about to go: editors hand their drawing to the writer now,
+// and the host does not go on before it is on disk (or the limit passed).
+void onFrontendEvent(obs_frontend_event event, void *)
+{
+    if (event != OBS_FRONTEND_EVENT_EXIT && event != OBS_FRONTEND_EVENT_SCENE_COLLECTION_CLEANUP)
+        return;
+    for (QWidget *widget : QApplication::topLevelWidgets()) {
+        if (auto *editor = qobject_cast<DrawingWindow *>(widget); editor && editor->isVisible())
+            editor->close();
+    }
+    CanvasSaver::waitForPendingSaves(SaveWaitLimit);
 }
 
 } // namespace
@@ -61,7 +81,11 @@ void obs_module_post_load(void)
     obs_frontend_add_dock(frame);
 #endif
     placeDockFrame(mainWindow, DockId);
+    obs_frontend_add_event_callback(onFrontendEvent, nullptr);
 }
 
 void obs_module_unload(void)
-{}
+{
+    obs_frontend_remove_event_callback(onFrontendEvent, nullptr);
+    CanvasSaver::waitForPendingSaves(SaveWaitLimit);
+}
