@@ -287,6 +287,8 @@ CanvasFolder readCanvasFolder(const QString &directory, QSize canvasSize)
     CanvasFolder folder;
     if (canvasSize.isEmpty())
         return folder;
+    // Not while a save of this process switches files under the reader.
+    QMutexLocker lock(&canvasFileMutex());
     const QString dir = QDir::cleanPath(directory);
     const qint64 canvasPixels = qint64(canvasSize.width()) * canvasSize.height();
     const int maxLayers = int(std::clamp<qint64>(MaxBudgetPixels / canvasPixels, 1, LayerBudget));

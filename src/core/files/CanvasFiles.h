@@ -84,7 +84,7 @@ struct CanvasFolder {
 // The layered files when the index is usable, else "/canvas.png" as one
 // layer, else Blank. Sizes are checked from the image headers before any
 // decoding, only regular files are opened, and the decoded pixels stay
-// within the budget above.
+// within the budget above. Waits for a save of this process in progress.
 CanvasFolder readCanvasFolder(const QString &directory, QSize canvasSize);
 
 // An image file of exactly `expected` size, converted to RGBA8888; a null
