@@ -4,12 +4,12 @@
 #include "SourceType.h"
 #include "common/SourceIds.h"
 #include "files/CanvasDirectory.h"
+#include "files/CanvasFiles.h"
 #include "settings/EditorSettings.h"
 
 #include <obs.h>
 #include <util/platform.h>
 
-#include <QFileInfo>
 #include <QMutexLocker>
 
 #include <algorithm>
@@ -65,13 +65,9 @@ QString CanvasSourceData::flattenedImagePath() const
 
 void CanvasSourceData::loadFlattenedImage()
 {
-    const QString path = flattenedImagePath();
-    if (path.isEmpty() || !QFileInfo::exists(path))
-        return;
-    QImage loaded(path);
-    if (loaded.isNull() || loaded.width() != int(m_width) || loaded.height() != int(m_height))
-        return;
-    m_canvasImage = toRgba(loaded);
+    const QImage loaded = loadCanvasImage(flattenedImagePath(), QSize(int(m_width), int(m_height)));
+    if (!loaded.isNull())
+        m_canvasImage = loaded;
 }
 
 QImage CanvasSourceData::canvasImage() const

@@ -33,7 +33,8 @@ void connectSourceHotkeys(PluginDock *dock)
 
 void waitForCanvasSaves()
 {
-    CanvasSaver::waitForPendingSaves();
+    // Exit, a scene collection change and unloading wait this long at most.
+    CanvasSaver::waitForPendingSaves(std::chrono::seconds(5));
 }
 
 void shutDownModule(PluginDock *dock)

@@ -7,15 +7,17 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QThread>
+#include <QTimer>
 
 #include <atomic>
 
 // A loopback HTTP server with its own thread and event loop, so it keeps
-// serving while the test thread blocks. Every request gets the same answer,
-// or, when silent, the connection is accepted and never answered.
+// serving while the test thread blocks. Every request gets the same answer;
+// when silent the connection is accepted and never answered; when dripping
+// the headers go out at once and then two bytes of body a second.
 class FakeHttpServer : public QThread {
 public:
-    enum class Mode { Answer, Silent };
+    enum class Mode { Answer, Silent, Drip };
 
     explicit FakeHttpServer(QByteArray body, Mode mode = Mode::Answer)
         : m_body(std::move(body)), m_mode(mode)
@@ -41,10 +43,9 @@ protected:
         QObject::connect(&server, &QTcpServer::newConnection, &server, [this, &server] {
             while (QTcpSocket *socket = server.nextPendingConnection()) {
                 ++m_connections;
-                if (m_mode == Mode::Silent)
-                    continue;
-                QObject::connect(socket, &QTcpSocket::readyRead, socket,
-                                 [this, socket] { answerWhenComplete(socket); });
+                if (m_mode != Mode::Silent)
+                    QObject::connect(socket, &QTcpSocket::readyRead, socket,
+                                     [this, socket] { answerWhenComplete(socket); });
             }
         });
         m_ready.release();
@@ -59,10 +60,17 @@ private:
         if (!request.contains("\r\n\r\n"))
             return;
         m_pending.remove(socket);
+        const qsizetype length = m_mode == Mode::Drip ? 1 << 20 : m_body.size();
         socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: " +
-                      QByteArray::number(m_body.size()) + "\r\nConnection: close\r\n\r\n");
-        socket->write(m_body);
-        socket->disconnectFromHost();
+                      QByteArray::number(length) + "\r\nConnection: close\r\n\r\n");
+        if (m_mode == Mode::Answer) {
+            socket->write(m_body);
+            socket->disconnectFromHost();
+            return;
+        }
+        auto *drip = new QTimer(socket);
+        QObject::connect(drip, &QTimer::timeout, socket, [socket] { socket->write("{ "); });
+        drip->start(1000);
     }
 
     const QByteArray m_body;

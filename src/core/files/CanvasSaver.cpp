@@ -4,8 +4,11 @@
 #include "engine/CanvasDocument.h"
 #include "files/CanvasDirectory.h"
 
+#include <QDir>
+
 #include <atomic>
 #include <condition_variable>
+#include <deque>
 #include <mutex>
 #include <system_error>
 #include <thread>
@@ -14,28 +17,68 @@ namespace {
 
 std::atomic<quint64> g_nextSequence{1};
 
-struct PendingSaves {
-    std::mutex mutex;
-    std::condition_variable idle;
-    int count = 0;
+// One writer thread at a time, started when work arrives and ended when the
+// queue is empty, so no thread outlives the module once it is idle.
+class BackgroundWriter {
+public:
+    void enqueue(CanvasSaveSnapshot snapshot)
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        const QString dir = QDir::cleanPath(snapshot.directory);
+        bool replaced = false;
+        for (CanvasSaveSnapshot &waiting : m_queue) {
+            if (QDir::cleanPath(waiting.directory) == dir) {
+                waiting = std::move(snapshot);
+                replaced = true;
+                break;
+            }
+        }
+        if (!replaced)
+            m_queue.push_back(std::move(snapshot));
+        if (m_running)
+            return;
+        m_running = true;
+        try {
+            std::thread([this] { drain(); }).detach();
+        } catch (const std::system_error &e) {
+            pdLog("[PD] Canvas save: cannot start the writer thread (%s); saving on this thread",
+                  e.what());
+            lock.unlock();
+            drain();
+        }
+    }
 
-    void add()
+    bool waitIdle(std::chrono::steady_clock::time_point deadline)
     {
-        std::lock_guard<std::mutex> lock(mutex);
-        ++count;
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_idle.wait_until(lock, deadline, [this] { return !m_running; });
     }
-    void done()
+
+private:
+    void drain()
     {
-        std::lock_guard<std::mutex> lock(mutex);
-        if (--count == 0)
-            idle.notify_all();
+        std::unique_lock<std::mutex> lock(m_mutex);
+        while (!m_queue.empty()) {
+            const CanvasSaveSnapshot snapshot = std::move(m_queue.front());
+            m_queue.pop_front();
+            lock.unlock();
+            writeCanvasFiles(snapshot);
+            lock.lock();
+        }
+        m_running = false;
+        m_idle.notify_all();
     }
+
+    std::mutex m_mutex;
+    std::condition_variable m_idle;
+    std::deque<CanvasSaveSnapshot> m_queue;
+    bool m_running = false;
 };
 
-PendingSaves &pendingSaves()
+BackgroundWriter &writer()
 {
-    static PendingSaves *pending = new PendingSaves; // outlives detached workers at exit
-    return *pending;
+    static auto *instance = new BackgroundWriter; // outlives a writer still running at exit
+    return *instance;
 }
 
 } // namespace
@@ -67,40 +110,30 @@ QString CanvasSaver::directory() const
     return m_key.isEmpty() ? QString() : canvasDirectory(m_key);
 }
 
-bool CanvasSaver::saveAsync(const CanvasDocument &document, const QImage &flattened,
-                            Written written) const
+bool CanvasSaver::saveAsync(const CanvasDocument &document, const QImage &flattened) const
 {
     if (!isEnabled())
         return false;
-    CanvasSaveSnapshot snapshot = takeCanvasSnapshot(directory(), document, flattened);
-    PendingSaves &pending = pendingSaves();
-    pending.add();
-    auto work = [snapshot = std::move(snapshot), written = std::move(written), &pending]() {
-        const bool ok = writeCanvasFiles(snapshot);
-        if (written)
-            written(ok);
-        pending.done();
-    };
-    try {
-        std::thread(work).detach();
-    } catch (const std::system_error &e) {
-        pdLog("[PD] Canvas save: cannot start a worker thread (%s); saving on this thread",
-              e.what());
-        work();
-    }
+    enqueue(takeCanvasSnapshot(directory(), document, flattened));
     return true;
 }
 
-bool CanvasSaver::saveNow(const CanvasDocument &document, const QImage &flattened) const
+void CanvasSaver::enqueue(CanvasSaveSnapshot snapshot)
 {
-    if (!isEnabled())
-        return false;
-    return writeCanvasFiles(takeCanvasSnapshot(directory(), document, flattened));
+    writer().enqueue(std::move(snapshot));
+}
+
+bool CanvasSaver::waitForPendingSaves(std::chrono::milliseconds timeout)
+{
+    if (writer().waitIdle(std::chrono::steady_clock::now() + timeout))
+        return true;
+    pdLog("[PD] Canvas save still running after %lld ms; not waiting any longer",
+          static_cast<long long>(timeout.count()));
+    return false;
 }
 
 void CanvasSaver::waitForPendingSaves()
 {
-    PendingSaves &pending = pendingSaves();
-    std::unique_lock<std::mutex> lock(pending.mutex);
-    pending.idle.wait(lock, [&pending] { return pending.count == 0; });
+    while (!writer().waitIdle(std::chrono::steady_clock::now() + std::chrono::hours(1))) {
+    }
 }

@@ -5,7 +5,7 @@
 #include <QImage>
 #include <QString>
 
-#include <functional>
+#include <chrono>
 
 class CanvasDocument;
 
@@ -15,27 +15,33 @@ CanvasSaveSnapshot takeCanvasSnapshot(const QString &directory, const CanvasDocu
                                       const QImage &flattened);
 
 // Saves one canvas, named by its key. With an empty key nothing is ever
-// written. The calling thread only takes the snapshot; saveAsync writes it on
-// a detached worker thread, saveNow on the calling thread (used on close).
+// written. The calling thread only takes the snapshot and hands it to the
+// process's background writer, which writes the snapshots in order, keeping
+// only the newest one still waiting for a folder.
 class CanvasSaver {
 public:
-    // Runs on the worker thread once the files are written or not.
-    using Written = std::function<void(bool ok)>;
-
     explicit CanvasSaver(QString canvasKey = QString()) : m_key(std::move(canvasKey)) {}
 
     const QString &canvasKey() const { return m_key; }
     bool isEnabled() const { return !m_key.isEmpty(); }
     QString directory() const;
 
-    // False when the key is empty and nothing was started.
-    bool saveAsync(const CanvasDocument &document, const QImage &flattened,
-                   Written written = {}) const;
-    // False when the key is empty or the files were not all written.
-    bool saveNow(const CanvasDocument &document, const QImage &flattened) const;
+    // False when the key is empty and nothing was handed over.
+    bool saveAsync(const CanvasDocument &document, const QImage &flattened) const;
+    // The same hand-off, for closing the editor: returns at once.
+    bool saveNow(const CanvasDocument &document, const QImage &flattened) const
+    {
+        return saveAsync(document, flattened);
+    }
 
-    // Blocks until every worker started by saveAsync has finished; for
-    // unloading the module and for tests.
+    // Hands a snapshot to the background writer.
+    static void enqueue(CanvasSaveSnapshot snapshot);
+
+    // Blocks until every handed-over snapshot is written, or the timeout has
+    // passed; true when nothing is pending any more. For OBS exit, a scene
+    // collection change and module unload.
+    static bool waitForPendingSaves(std::chrono::milliseconds timeout);
+    // Without a bound; for tests and benchmarks.
     static void waitForPendingSaves();
 
 private:

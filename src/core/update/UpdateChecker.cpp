@@ -9,6 +9,8 @@
 #include <QJsonObject>
 #include <QJsonParseError>
 #include <QMetaObject>
+#include <QRegularExpression>
+#include <QUrl>
 
 #ifndef PENNORIA_UPDATE_PRIMARY_HOST
 #define PENNORIA_UPDATE_PRIMARY_HOST "pennoria.com"
@@ -24,6 +26,9 @@ namespace {
 
 const wchar_t VersionPath[] = L"/api/software/pennoria-draw/version";
 
+constexpr int MaxVersionLength = 32;
+constexpr int MaxDownloadUrlLength = 2048;
+
 UpdateServer httpsServer(const char *host)
 {
     UpdateServer server;
@@ -31,6 +36,30 @@ UpdateServer httpsServer(const char *host)
     server.path = VersionPath;
     server.logName = host;
     return server;
+}
+
+// What may reach the prompt: a short version text of digits, letters, '.',
+// '-' and '+'.
+bool isAcceptableVersion(const QString &version)
+{
+    static const QRegularExpression pattern(QStringLiteral("^[vV]?[0-9][0-9A-Za-z.+-]*$"));
+    return version.size() <= MaxVersionLength && pattern.match(version).hasMatch();
+}
+
+// What may reach the browser: an https address with a host, of sane length,
+// without white space or control characters.
+bool isAcceptableDownloadUrl(const QString &url)
+{
+    if (url.isEmpty() || url.size() > MaxDownloadUrlLength)
+        return false;
+    for (const QChar c : url) {
+        if (c.unicode() <= 0x20 || c.unicode() == 0x7f || c.isSpace() ||
+            c.category() == QChar::Other_Control || c.category() == QChar::Other_Format)
+            return false;
+    }
+    const QUrl parsed(url, QUrl::StrictMode);
+    return parsed.isValid() && parsed.scheme() == QLatin1String("https") &&
+           !parsed.host().isEmpty() && parsed.userInfo().isEmpty();
 }
 
 } // namespace
@@ -47,7 +76,7 @@ UpdateChecker::UpdateChecker(std::vector<UpdateServer> servers, QString defaultD
 
 UpdateChecker::~UpdateChecker()
 {
-    m_cancelled.store(true);
+    m_cancel.cancel();
     if (m_worker.joinable())
         m_worker.join();
 }
@@ -73,11 +102,13 @@ void UpdateChecker::start()
 void UpdateChecker::run()
 {
     for (const UpdateServer &server : m_servers) {
-        if (m_cancelled.load())
+        if (m_cancel.isCancelled())
             return;
         const char *name = server.logName.c_str();
         std::string body;
-        if (!fetchBody(server, body)) {
+        if (!fetchBody(server, body, &m_cancel)) {
+            if (m_cancel.isCancelled())
+                return;
             pdLog("[PD-Update] check failed on %s (network) \xE2\x80\x94 trying next", name);
             continue;
         }
@@ -92,6 +123,10 @@ void UpdateChecker::run()
         const QString latest = answer.value(QLatin1String("version")).toString();
         if (latest.isEmpty())
             continue;
+        if (!isAcceptableVersion(latest)) {
+            pdLog("[PD-Update] unusable version from %s \xE2\x80\x94 trying next", name);
+            continue;
+        }
         const QByteArray latestText = latest.toUtf8();
         if (!isNewerVersion(latest, QStringLiteral(PENNORIA_VERSION))) {
             pdLog("[PD-Update] up to date (this build %s, latest %s)", PENNORIA_VERSION,
@@ -99,6 +134,11 @@ void UpdateChecker::run()
             return;
         }
         QString url = answer.value(QLatin1String("download")).toString();
+        if (!url.isEmpty() && !isAcceptableDownloadUrl(url)) {
+            pdLog("[PD-Update] unusable download address from %s; offering the download page",
+                  name);
+            url.clear();
+        }
         if (url.isEmpty())
             url = m_defaultDownloadUrl;
         pdLog("[PD-Update] update available: %s (this build %s) via %s", latestText.constData(),

@@ -5,7 +5,6 @@
 #include <QObject>
 #include <QString>
 
-#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -21,7 +20,7 @@ public:
     // Servers tried in order, and the page offered when an answer names none.
     UpdateChecker(std::vector<UpdateServer> servers, QString defaultDownloadUrl,
                   QObject *parent = nullptr);
-    // Waits for a request in flight to end (it is bounded by its timeouts).
+    // Ends a request in flight at once and waits for the worker.
     ~UpdateChecker() override;
 
     // Launches the check; later calls do nothing.
@@ -37,7 +36,7 @@ private:
     void run();
 
     std::thread m_worker;
-    std::atomic<bool> m_cancelled{false};
+    FetchCancel m_cancel;
     bool m_started = false;
     const std::vector<UpdateServer> m_servers;
     const QString m_defaultDownloadUrl;
