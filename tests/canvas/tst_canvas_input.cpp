@@ -604,7 +604,7 @@ void TestCanvasInput::wiggleFrameAtDisplaySize()
     w->onJitterTick();
     const QImage frame = w->wiggleFrame();
     QCOMPARE(frame.size(), QSize(400, 300));
-    QCOMPARE(frame.format(), QImage::Format_RGBA8888);
+    QCOMPARE(frame.format(), LayerFormat);
     int opaque = 0;
     for (int x = 0; x < 400; ++x)
         opaque += qAlpha(frame.pixel(x, 100)) == 255 ? 1 : 0;

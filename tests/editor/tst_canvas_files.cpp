@@ -46,8 +46,15 @@ QImage pattern(int seed)
 void paint(CanvasDocument &doc, int index, const QImage &image)
 {
     doc.setActiveLayer(index);
-    doc.activeImage() = image;
+    doc.activeImage() = image.convertToFormat(LayerFormat);
     doc.markPainted();
+}
+
+// A straight picture as a layer file holds it after it was painted into a
+// (premultiplied) layer.
+QImage asStored(const QImage &straight)
+{
+    return straight.convertToFormat(LayerFormat).convertToFormat(QImage::Format_RGBA8888);
 }
 
 QImage readPng(const QString &path)
@@ -185,7 +192,8 @@ void TestCanvasFiles::threeLayerFileSetAndJson()
         QStringList({"canvas.png", "canvas_layer_0.png", "canvas_layer_1.png", "canvas_layer_2.png",
                      "canvas_layers.json"}));
     for (int i = 0; i < 3; ++i)
-        QCOMPARE(readPng(dir + QString("/canvas_layer_%1.png").arg(i)), pattern(i * 40 + 1));
+        QCOMPARE(readPng(dir + QString("/canvas_layer_%1.png").arg(i)),
+                 asStored(pattern(i * 40 + 1)));
     QCOMPARE(readPng(dir + "/canvas.png"), flat);
 
     const QJsonObject expected{
@@ -276,7 +284,7 @@ void TestCanvasFiles::emptyLayerListFallsBackToFlattened()
     QCOMPARE(loadCanvasAtStart(dir, doc), CanvasLoad::Flattened);
     QCOMPARE(doc.layerCount(), 1);
     QCOMPARE(doc.layerName(0), QString("Layer 1"));
-    QCOMPARE(doc.layerImage(0), pattern(3));
+    QCOMPARE(doc.layerImage(0), pattern(3).convertToFormat(LayerFormat));
 }
 
 void TestCanvasFiles::missingNameAndVersionSeven()
@@ -294,7 +302,7 @@ void TestCanvasFiles::missingNameAndVersionSeven()
     QCOMPARE(doc.activeLayer(), 2);
     QVERIFY(!doc.layerVisible(2));
     QCOMPARE(doc.layerOpacity(2), 1.0f);
-    QCOMPARE(doc.layerImage(2), pattern(2));
+    QCOMPARE(doc.layerImage(2), pattern(2).convertToFormat(LayerFormat));
 }
 
 void TestCanvasFiles::badTypesTakeDefaults()
@@ -324,7 +332,7 @@ void TestCanvasFiles::badTypesTakeDefaults()
     LogCapture::clear();
     CanvasDocument doc(W, H);
     QVERIFY(loadCanvasFiles(dir, doc));
-    QCOMPARE(doc.layerImage(1), filled(Qt::transparent));
+    QCOMPARE(doc.layerImage(1), filled(Qt::transparent).convertToFormat(LayerFormat));
     QCOMPARE(LogCapture::matching("[PD] Canvas load: layer ").size(), 3);
 }
 
@@ -349,7 +357,7 @@ void TestCanvasFiles::hostileIndexesFallBack()
 
     CanvasDocument doc(W, H);
     QCOMPARE(loadCanvasAtStart(dir, doc), CanvasLoad::Flattened);
-    QCOMPARE(doc.layerImage(0), pattern(8));
+    QCOMPARE(doc.layerImage(0), pattern(8).convertToFormat(LayerFormat));
     QCOMPARE(LogCapture::matching("[PD] Canvas load: ").size(), 1);
 }
 
@@ -365,7 +373,7 @@ void TestCanvasFiles::truncatedJsonFallsBackToFlattened()
     CanvasDocument loaded(W, H);
     QCOMPARE(loadCanvasAtStart(dir, loaded), CanvasLoad::Flattened);
     QCOMPARE(loaded.layerCount(), 1);
-    QCOMPARE(loaded.layerImage(0), pattern(77));
+    QCOMPARE(loaded.layerImage(0), pattern(77).convertToFormat(LayerFormat));
     const QStringList lines = LogCapture::matching("[PD] Canvas load: ");
     QCOMPARE(lines.size(), 1);
     QVERIFY(lines[0].contains("is not valid JSON"));
@@ -387,7 +395,7 @@ void TestCanvasFiles::corruptLayerPngStartsTransparent()
     QCOMPARE(loadCanvasAtStart(dir, loaded), CanvasLoad::Layers);
     QCOMPARE(names(loaded), QStringList({"Sky", "Hills", "Ink"}));
     QCOMPARE(loaded.layerImage(0), doc.layerImage(0));
-    QCOMPARE(loaded.layerImage(2), filled(Qt::transparent));
+    QCOMPARE(loaded.layerImage(2), filled(Qt::transparent).convertToFormat(LayerFormat));
     QCOMPARE(loaded.layerImage(1).size(), QSize(W, H)); // whatever rows decoded, never bigger
     QCOMPARE(loaded.layerOpacity(2), 0.25f);
     const QStringList lines = LogCapture::matching("[PD] Canvas load: layer ");
@@ -513,8 +521,8 @@ void TestCanvasFiles::failedSaveKeepsPreviousCanvas()
     CanvasDocument loaded(W, H);
     QCOMPARE(loadCanvasAtStart(dir, loaded), CanvasLoad::Layers);
     QCOMPARE(names(loaded), QStringList({"Layer 1", "Before"}));
-    QCOMPARE(loaded.layerImage(0), pattern(10));
-    QCOMPARE(loaded.layerImage(1), pattern(20));
+    QCOMPARE(loaded.layerImage(0), pattern(10).convertToFormat(LayerFormat));
+    QCOMPARE(loaded.layerImage(1), pattern(20).convertToFormat(LayerFormat));
 }
 
 void TestCanvasFiles::unwritableIndexStillSavesPictures()
@@ -535,8 +543,8 @@ void TestCanvasFiles::unwritableIndexStillSavesPictures()
     QVERIFY(!writeCanvasFiles(takeCanvasSnapshot(dir, after, pattern(30))));
 
     QCOMPARE(readPng(dir + "/canvas.png"), pattern(30));
-    QCOMPARE(readPng(dir + "/canvas_layer_0.png"), pattern(10));
-    QCOMPARE(readPng(dir + "/canvas_layer_1.png"), pattern(20));
+    QCOMPARE(readPng(dir + "/canvas_layer_0.png"), asStored(pattern(10)));
+    QCOMPARE(readPng(dir + "/canvas_layer_1.png"), asStored(pattern(20)));
     QVERIFY(!QFileInfo::exists(dir + "/canvas_layer_2.png"));
     QVERIFY(QFileInfo(dir + "/canvas_layers.json").isDir());
     QCOMPARE(LogCapture::matching("[PD] Canvas save: "),
@@ -549,7 +557,7 @@ void TestCanvasFiles::unwritableIndexStillSavesPictures()
     // Without a readable index the editor opens the flattened picture.
     CanvasDocument loaded(W, H);
     QCOMPARE(loadCanvasAtStart(dir, loaded), CanvasLoad::Flattened);
-    QCOMPARE(loaded.layerImage(0), pattern(30));
+    QCOMPARE(loaded.layerImage(0), pattern(30).convertToFormat(LayerFormat));
 }
 
 void TestCanvasFiles::unwritableFolderIsLogged()
@@ -580,11 +588,11 @@ void TestCanvasFiles::olderSnapshotNeverOverwritesNewer()
 
     QVERIFY(writeCanvasFiles(newer));
     QVERIFY(writeCanvasFiles(older)); // superseded: nothing to do
-    QCOMPARE(readPng(dir + "/canvas_layer_0.png"), pattern(2));
+    QCOMPARE(readPng(dir + "/canvas_layer_0.png"), asStored(pattern(2)));
     QCOMPARE(readPng(dir + "/canvas.png"), pattern(2));
 
     // The snapshot keeps the pixels it was taken with although the layer changed.
-    QCOMPARE(older.layerImages[0], pattern(1));
+    QCOMPARE(older.layerImages[0], pattern(1).convertToFormat(LayerFormat));
 }
 
 void TestCanvasFiles::snapshotSharesPixels()
@@ -644,13 +652,13 @@ void TestCanvasFiles::closeSaveIsSynchronousAndWins()
     QVERIFY(saver.saveNow(doc, pattern(60)));
 
     // Written by the time saveNow returns, on this thread.
-    QCOMPARE(readPng(saver.directory() + "/canvas_layer_0.png"), pattern(60));
+    QCOMPARE(readPng(saver.directory() + "/canvas_layer_0.png"), asStored(pattern(60)));
     QCOMPARE(readPng(saver.directory() + "/canvas.png"), pattern(60));
 
     // Whichever got the lock first, the older snapshot never lands last.
     CanvasSaver::waitForPendingSaves();
     QVERIFY(writer != std::this_thread::get_id());
-    QCOMPARE(readPng(saver.directory() + "/canvas_layer_0.png"), pattern(60));
+    QCOMPARE(readPng(saver.directory() + "/canvas_layer_0.png"), asStored(pattern(60)));
     QCOMPARE(readPng(saver.directory() + "/canvas.png"), pattern(60));
 }
 
