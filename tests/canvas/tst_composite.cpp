@@ -94,8 +94,6 @@ private slots:
     void flatEqualsQPainterBlits();
     void strokesRebuildOnlyTheirBounds_data();
     void strokesRebuildOnlyTheirBounds();
-    void opacityAndVisibility();
-    void straightAlphaRoundTrip();
     void undersizedLayerFromSingleLoad();
 };
 
@@ -217,57 +215,6 @@ void TestComposite::strokesRebuildOnlyTheirBounds()
     QPainter(&doc.activeImage()).fillRect(5, 5, 8, 8, QColor(200, 10, 10, 128));
     doc.markPainted(QRect(5, 5, 8, 8));
     QCOMPARE(doc.flatComposite(), reference(doc));
-}
-
-void TestComposite::opacityAndVisibility()
-{
-    CanvasDocument doc(10, 10);
-    doc.addLayer();
-    doc.addLayer();
-    doc.setActiveLayer(0);
-    doc.activeImage().fill(QColor(255, 0, 0));
-    doc.setActiveLayer(1);
-    QPainter(&doc.activeImage()).fillRect(0, 0, 5, 10, QColor(0, 0, 255, 200));
-    doc.setActiveLayer(2);
-    QPainter(&doc.activeImage()).fillRect(0, 0, 10, 2, QColor(0, 255, 0));
-    doc.setLayerOpacity(0, 0.5f);
-    doc.setLayerOpacity(1, 0.5f);
-    for (int active = 0; active < 3; ++active) {
-        doc.setActiveLayer(active);
-        const QImage flat = doc.flatComposite();
-        QVERIFY(std::abs(qAlpha(flat.pixel(8, 5)) - 128) <= 1);
-        // 0.5 over 0.5: 0.5 + 0.5 * 200/255 * 0.5 of coverage.
-        QVERIFY(std::abs(qAlpha(flat.pixel(2, 5)) - 178) <= 2);
-        QCOMPARE(flat.pixel(2, 1), qRgb(0, 255, 0));
-        QCOMPARE(doc.layerImage(0).pixel(8, 5), qRgb(255, 0, 0));
-    }
-    doc.setLayerVisible(2, false);
-    QCOMPARE(qAlpha(doc.flatComposite().pixel(8, 1)), qAlpha(doc.flatComposite().pixel(8, 5)));
-    doc.setLayerVisible(1, false);
-    QCOMPARE(doc.flatComposite(), referencePartial(doc, 0, 0));
-}
-
-// Straight pixels come in premultiplied and go out straight through Qt's
-// conversion, within the rounding of premultiplying (exact where opaque).
-void TestComposite::straightAlphaRoundTrip()
-{
-    std::mt19937 rng(3);
-    const QImage straight = mixedLayer(200, 100, rng);
-    CanvasDocument doc(200, 100);
-    QList<CanvasLayer> layers(1);
-    layers[0].image = straight;
-    doc.setLayers(layers, 0);
-    const QImage out = doc.flatComposite().convertToFormat(QImage::Format_RGBA8888);
-    for (int y = 0; y < 100; ++y)
-        for (int x = 0; x < 200; ++x) {
-            const QColor a = straight.pixelColor(x, y), b = out.pixelColor(x, y);
-            QCOMPARE(b.alpha(), a.alpha());
-            const int tolerance = a.alpha() == 255 ? 0 : a.alpha() == 0 ? 255 : 255 / a.alpha() + 1;
-            QVERIFY2(std::abs(a.red() - b.red()) <= tolerance &&
-                         std::abs(a.green() - b.green()) <= tolerance &&
-                         std::abs(a.blue() - b.blue()) <= tolerance,
-                     qPrintable(QString("%1,%2").arg(x).arg(y)));
-        }
 }
 
 void TestComposite::undersizedLayerFromSingleLoad()

@@ -45,8 +45,6 @@ private slots:
     void polygonVertices_data();
     void polygonVertices();
     void ellipseStarAndHeart();
-    void everyShapeFitsItsRect();
-    void arrowDirectionByQuadrant_data();
     void arrowDirectionByQuadrant();
     void shiftMakesSquareInDragQuadrant_data();
     void shiftMakesSquareInDragQuadrant();
@@ -128,39 +126,16 @@ void TestShapes::ellipseStarAndHeart()
     QVERIFY(near(heart[80], heart[0]));
 }
 
-void TestShapes::everyShapeFitsItsRect()
-{
-    for (int type = 0; type < ShapeTypeCount; ++type)
-        for (int dir = 0; dir < 4; ++dir) {
-            const QPainterPath path = shapePath(type, R, dir);
-            QVERIFY(!path.isEmpty());
-            QVERIFY2(R.adjusted(-1e-3, -1e-3, 1e-3, 1e-3).contains(path.boundingRect()),
-                     qPrintable(QString::number(type)));
-        }
-}
-
-void TestShapes::arrowDirectionByQuadrant_data()
-{
-    QTest::addColumn<QPointF>("end");
-    QTest::addColumn<int>("direction");
-    QTest::newRow("none") << QPointF(0, 0) << 0;
-    QTest::newRow("right") << QPointF(10, 3) << 0;
-    QTest::newRow("right-up") << QPointF(10, -3) << 0;
-    QTest::newRow("diagonal down-right") << QPointF(5, 5) << 0;
-    QTest::newRow("diagonal up-left") << QPointF(-5, -5) << 2;
-    QTest::newRow("left") << QPointF(-10, 3) << 2;
-    QTest::newRow("down") << QPointF(3, 10) << 1;
-    QTest::newRow("down-left") << QPointF(-3, 10) << 1;
-    QTest::newRow("up") << QPointF(3, -10) << 3;
-    QTest::newRow("straight down") << QPointF(0, 1) << 1;
-    QTest::newRow("straight up") << QPointF(0, -1) << 3;
-}
-
+// Right or left when |dx| >= |dy|, else down or up; no drag points right.
 void TestShapes::arrowDirectionByQuadrant()
 {
-    QFETCH(QPointF, end);
-    QFETCH(int, direction);
-    QCOMPARE(arrowDirection(QPointF(100, 100), QPointF(100, 100) + end), direction);
+    const QPointF s(100, 100);
+    const std::pair<QPointF, int> rows[] = {
+        {{0, 0}, 0},  {{10, 3}, 0},  {{10, -3}, 0}, {{5, 5}, 0}, {{-5, -5}, 2}, {{-10, 3}, 2},
+        {{3, 10}, 1}, {{-3, 10}, 1}, {{3, -10}, 3}, {{0, 1}, 1}, {{0, -1}, 3}};
+    for (const auto &[end, direction] : rows)
+        QVERIFY2(arrowDirection(s, s + end) == direction,
+                 qPrintable(QString("%1, %2").arg(end.x()).arg(end.y())));
 }
 
 void TestShapes::shiftMakesSquareInDragQuadrant_data()
