@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 namespace {
 
@@ -18,22 +19,18 @@ constexpr int H = 1080;
 constexpr quint32 Red = 0xff0000ffu; // opaque red as an RGBA8888 word
 constexpr int Tolerance = 200;
 
-// OpenCV's fill with the same rule on an RGBA8888 image: 4-connected, fixed
-// range against the seed; a transparent seed takes any colour and alphas up
-// to the tolerance.
-void opencvFill(QImage &image, int x, int y, quint32 fill, int tolerance)
+// OpenCV's fill on the same buffer. cv::floodFill takes one or three
+// channels, so each RGBA8888 pixel is one 32-bit channel, 4-connected, with a
+// fixed range from the transparent seed up to the largest positive word: on
+// these inputs (transparent corridors, opaque walls) exactly the pixels the
+// transparent-seed rule at tolerance 200 takes.
+void opencvFill(QImage &image, int x, int y, quint32 fill, int)
 {
-    cv::Mat mat(image.height(), image.width(), CV_8UC4, image.bits(), size_t(image.bytesPerLine()));
-    const cv::Vec4b seed = mat.at<cv::Vec4b>(y, x);
-    const cv::Scalar value(fill & 0xff, (fill >> 8) & 0xff, (fill >> 16) & 0xff, fill >> 24);
-    cv::Scalar low, high;
-    if (seed[3] >= 32) {
-        low = high = cv::Scalar::all(tolerance);
-    } else {
-        low = cv::Scalar(255, 255, 255, seed[3]);
-        high = cv::Scalar(255, 255, 255, tolerance - seed[3]);
-    }
-    cv::floodFill(mat, cv::Point(x, y), value, nullptr, low, high, 4 | cv::FLOODFILL_FIXED_RANGE);
+    cv::Mat mat(image.height(), image.width(), CV_32SC1, image.bits(),
+                size_t(image.bytesPerLine()));
+    cv::floodFill(mat, cv::Point(x, y), cv::Scalar(double(qint32(fill))), nullptr, cv::Scalar(0),
+                  cv::Scalar(double(std::numeric_limits<qint32>::max())),
+                  4 | cv::FLOODFILL_FIXED_RANGE);
 }
 
 struct FillInputs {

@@ -94,16 +94,26 @@ void CanvasDocument::compose(QImage &out, const QRect &area,
     });
 }
 
-bool CanvasDocument::compositeRange(QImage &out, int first, int last) const
+// A canvas-size LayerFormat image that nobody else holds, to be drawn over
+// in full: the old buffer when it can be, saving the allocation and the page
+// faults of a new one.
+static void reuseOrAllocate(QImage &image, const QSize &size)
+{
+    if (image.size() != size || image.format() != LayerFormat || !image.isDetached())
+        image = QImage(size, LayerFormat);
+}
+
+void CanvasDocument::compositeRange(QImage &out, bool &shown, int first, int last) const
 {
     std::vector<BlendSource> sources;
     for (int i = first; i <= last; ++i)
         if (m_layers[i].visible && m_layers[i].opacity > 0.0f)
             sources.push_back({&m_layers[i].image, m_layers[i].opacity});
-    if (out.size() != size() || out.format() != LayerFormat || !out.isDetached())
-        out = QImage(m_width, m_height, LayerFormat);
+    if (sources.empty() && !shown && out.size() == size() && out.format() == LayerFormat)
+        return; // still transparent
+    reuseOrAllocate(out, size());
     compose(out, out.rect(), sources);
-    return !sources.empty();
+    shown = !sources.empty();
 }
 
 void CanvasDocument::rebuildPartials()
@@ -111,7 +121,7 @@ void CanvasDocument::rebuildPartials()
     if (m_partialsDirty.below) {
         QElapsedTimer timer;
         timer.start();
-        m_belowShown = compositeRange(m_belowImage, 0, m_active - 1);
+        compositeRange(m_belowImage, m_belowShown, 0, m_active - 1);
         m_partialsDirty.below = false;
         ++m_partialsGeneration;
         pdLog("[PD] SplitBelow: rebuilt %d layers in %lld ms", m_active,
@@ -121,7 +131,7 @@ void CanvasDocument::rebuildPartials()
         QElapsedTimer timer;
         timer.start();
         const int count = int(m_layers.size());
-        m_aboveShown = compositeRange(m_aboveImage, m_active + 1, count - 1);
+        compositeRange(m_aboveImage, m_aboveShown, m_active + 1, count - 1);
         m_partialsDirty.above = false;
         ++m_partialsGeneration;
         pdLog("[PD] SplitAbove: rebuilt %d layers in %lld ms", count - m_active - 1,
@@ -176,7 +186,9 @@ QImage CanvasDocument::flatComposite()
         m_flatImage = QImage();
         compose(out, m_flatDirtyArea, sources);
     } else {
-        out = QImage(m_width, m_height, LayerFormat);
+        out = std::move(m_flatImage);
+        m_flatImage = QImage();
+        reuseOrAllocate(out, canvas.size());
         compose(out, canvas, sources);
     }
     m_flatBasis = basis;

@@ -132,8 +132,8 @@ private:
     void emitAvailability();
     CanvasLayer newLayer(const QString &name) const;
     QImage normalised(const QImage &image) const;
-    // The visible layers first..last into out; false when none is shown.
-    bool compositeRange(QImage &out, int first, int last) const;
+    // The visible layers first..last into out; shown tells whether any is.
+    void compositeRange(QImage &out, bool &shown, int first, int last) const;
 
     int m_width;
     int m_height;
