@@ -1,6 +1,7 @@
 #include "BenchSummary.h"
 
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <thread>
 
@@ -12,10 +13,29 @@ std::map<std::string, BenchSummary::Target> &targets()
     return map;
 }
 
+std::map<std::string, std::string> &libraries()
+{
+    static std::map<std::string, std::string> map;
+    return map;
+}
+
 std::map<std::string, std::string> &notes()
 {
     static std::map<std::string, std::string> map;
     return map;
+}
+
+// family -> (units, case), in registration order.
+std::map<std::string, std::vector<std::pair<double, std::string>>> &scaling()
+{
+    static std::map<std::string, std::vector<std::pair<double, std::string>>> map;
+    return map;
+}
+
+std::vector<std::string> &lines()
+{
+    static std::vector<std::string> list;
+    return list;
 }
 
 // The 1-minute load average, to judge how noisy the medians are.
@@ -38,12 +58,6 @@ std::string formatMs(double ms)
     return text;
 }
 
-std::vector<std::string> &lines()
-{
-    static std::vector<std::string> list;
-    return list;
-}
-
 } // namespace
 
 void BenchSummary::setTarget(const std::string &caseName, Target target)
@@ -51,9 +65,19 @@ void BenchSummary::setTarget(const std::string &caseName, Target target)
     targets()[caseName] = target;
 }
 
+void BenchSummary::setLibrary(const std::string &caseName, const std::string &library)
+{
+    libraries()[caseName] = library;
+}
+
 void BenchSummary::addNote(const std::string &caseName, const std::string &note)
 {
     notes()[caseName] = note;
+}
+
+void BenchSummary::addScaling(const std::string &family, const std::string &caseName, double units)
+{
+    scaling()[family].emplace_back(units, caseName);
 }
 
 void BenchSummary::addLine(const std::string &line)
@@ -74,14 +98,8 @@ void BenchSummary::ReportRuns(const std::vector<Run> &runs)
                                          : run.time_unit == benchmark::kNanosecond  ? 1e-6
                                                                                     : 1e3);
         const auto slash = name.rfind('/');
-        if (slash == std::string::npos)
-            continue;
-        const std::string caseName = name.substr(0, slash);
-        const std::string side = name.substr(slash + 1);
-        if (side == "ours")
-            m_ours[caseName] = ms;
-        else if (side == "reference")
-            m_reference[caseName] = ms;
+        if (slash != std::string::npos)
+            m_medians[name.substr(0, slash)][name.substr(slash + 1)] = ms;
     }
 }
 
@@ -90,30 +108,87 @@ void BenchSummary::Finalize()
     ConsoleReporter::Finalize();
     std::printf("\n== Summary (medians; load average %s on %u cores)\n", loadAverage().c_str(),
                 std::thread::hardware_concurrency());
-    for (const auto &[caseName, ours] : m_ours) {
-        const auto ref = m_reference.find(caseName);
+    for (const auto &[caseName, sides] : m_medians) {
+        const auto side = [&sides = sides](const char *key) {
+            const auto it = sides.find(key);
+            return it == sides.end() ? 0.0 : it->second;
+        };
+        const double ours = side("ours");
+        if (ours <= 0)
+            continue;
+        const double library = side("library");
+        const double floor = side("floor");
+        const double before = side("before");
         const Target target = targets().count(caseName) ? targets()[caseName] : Target{};
         std::printf("%s: ours %s", caseName.c_str(), formatMs(ours).c_str());
-        double ratio = 0;
-        if (ref != m_reference.end()) {
-            ratio = ref->second / ours;
-            std::printf(", reference %s, ratio %.1fx", formatMs(ref->second).c_str(), ratio);
-        }
-        if (target.maxMs > 0 || target.minRatio > 0) {
-            const bool timeOk = target.maxMs <= 0 || ours <= target.maxMs;
-            const bool ratioOk = target.minRatio <= 0 || ratio >= target.minRatio;
+        if (library > 0)
+            std::printf(" | %s %s, ours/library %.2fx",
+                        libraries().count(caseName) ? libraries()[caseName].c_str() : "library",
+                        formatMs(library).c_str(), ours / library);
+        if (floor > 0)
+            std::printf(" | floor %s, %.1fx floor", formatMs(floor).c_str(), ours / floor);
+        if (before > 0)
+            std::printf(" | straight-alpha before %s, %.1fx faster", formatMs(before).c_str(),
+                        before / ours);
+        if (target.maxMs > 0 || target.maxLibraryRatio > 0 || target.minBeforeRatio > 0) {
+            bool met = true;
             std::printf(" [target");
-            if (target.maxMs > 0)
-                std::printf(" <= %.0f ms", target.maxMs);
-            if (target.minRatio > 0)
-                std::printf(" >= %.0fx", target.minRatio);
-            std::printf(": %s]", timeOk && ratioOk ? "met" : "NOT MET");
+            if (target.maxMs > 0) {
+                std::printf(" <= %g ms", target.maxMs);
+                met = met && ours <= target.maxMs;
+            }
+            if (target.maxLibraryRatio > 0) {
+                std::printf(" <= %gx library", target.maxLibraryRatio);
+                met = met && library > 0 && ours / library <= target.maxLibraryRatio;
+            }
+            if (target.minBeforeRatio > 0) {
+                std::printf(" >= %gx before", target.minBeforeRatio);
+                met = met && before > 0 && before / ours >= target.minBeforeRatio;
+            }
+            std::printf(": %s]", met ? "met" : "NOT MET");
         }
         if (notes().count(caseName))
             std::printf(" (%s)", notes()[caseName].c_str());
         std::printf("\n");
     }
+    for (const auto &[family, cases] : scaling()) {
+        double smallest = 0;
+        bool linear = true;
+        std::string steps;
+        for (const auto &[units, caseName] : cases) {
+            const auto it = m_medians.find(caseName);
+            if (it == m_medians.end() || !it->second.count("ours"))
+                continue;
+            const double perUnit = it->second.at("ours") / units;
+            if (smallest <= 0)
+                smallest = perUnit;
+            linear = linear && perUnit <= 1.5 * smallest;
+            char text[96];
+            std::snprintf(text, sizeof text, "%s%g: %s/unit", steps.empty() ? "" : ", ", units,
+                          formatMs(perUnit).c_str());
+            steps += text;
+        }
+        if (!steps.empty())
+            std::printf("scaling %s: %s [no step super-linear: %s]\n", family.c_str(),
+                        steps.c_str(), linear ? "met" : "NOT MET");
+    }
     for (const std::string &line : lines())
         std::printf("%s\n", line.c_str());
     std::fflush(stdout);
+}
+
+void registerFloor(const std::string &name, int width, int height)
+{
+    benchmark::RegisterBenchmark((name + "/floor").c_str(),
+                                 [width, height](benchmark::State &state) {
+                                     const size_t bytes = size_t(width) * size_t(height) * 4;
+                                     std::vector<char> from(bytes, 1), to(bytes, 0);
+                                     for (auto _ : state) {
+                                         std::memcpy(to.data(), from.data(), bytes);
+                                         benchmark::DoNotOptimize(to.data());
+                                         benchmark::ClobberMemory();
+                                     }
+                                 })
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime();
 }

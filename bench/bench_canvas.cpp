@@ -1,44 +1,66 @@
 #include "BenchDrawing.h"
 #include "BenchSummary.h"
 
-#include "ReferenceComposite.h"
 #include "canvas/CanvasWidget.h"
 #include "engine/CanvasDocument.h"
-#include "engine/StrokePainter.h"
-#include "files/CanvasSaver.h"
 
 #include <QApplication>
 #include <QMouseEvent>
 #include <QMutex>
 #include <QMutexLocker>
-#include <QSettings>
-#include <QTemporaryDir>
+
+#include <pixman.h>
 
 #include <cmath>
-#include <cstdio>
 #include <memory>
-#include <random>
+#include <string>
 
 namespace {
 
-constexpr int W = 1920;
-constexpr int H = 1080;
-constexpr int Layers = 5;
-constexpr int Active = 2;
+struct Size {
+    const char *name;
+    int w, h;
+};
+constexpr Size P720{"720p", 1280, 720};
+constexpr Size P1080{"1080p", 1920, 1080};
+constexpr Size P4K{"4K", 3840, 2160};
 
-QList<CanvasLayer> drawnLayers(int count, int strokes = 40)
+QList<CanvasLayer> drawnLayers(int count, int w, int h)
 {
     QList<CanvasLayer> layers;
     for (int i = 0; i < count; ++i) {
         CanvasLayer layer;
         layer.name = QStringLiteral("Layer %1").arg(i + 1);
-        layer.image = drawnLayer(100u + unsigned(i), strokes);
+        layer.image = drawnLayer(100u + unsigned(i), 40, w, h);
         layers.append(layer);
     }
     return layers;
 }
 
-// Largest difference of any channel between two images of the same size.
+// pixman's view of a premultiplied ARGB32 image (the same bytes as a8r8g8b8).
+struct PixmanImage {
+    pixman_image_t *image;
+    explicit PixmanImage(const QImage &from)
+        : image(pixman_image_create_bits(
+              PIXMAN_a8r8g8b8, from.width(), from.height(),
+              reinterpret_cast<uint32_t *>(const_cast<uchar *>(from.constBits())),
+              int(from.bytesPerLine())))
+    {}
+    ~PixmanImage() { pixman_image_unref(image); }
+    PixmanImage(const PixmanImage &) = delete;
+    PixmanImage &operator=(const PixmanImage &) = delete;
+};
+
+// The images bottom first, the first copied, the rest OVER: pixman's best
+// way to flatten premultiplied layers.
+void pixmanFlatten(const std::vector<std::unique_ptr<PixmanImage>> &layers, PixmanImage &out, int w,
+                   int h)
+{
+    for (size_t i = 0; i < layers.size(); ++i)
+        pixman_image_composite32(i == 0 ? PIXMAN_OP_SRC : PIXMAN_OP_OVER, layers[i]->image, nullptr,
+                                 out.image, 0, 0, 0, 0, 0, 0, w, h);
+}
+
 int maxChannelDifference(const QImage &a, const QImage &b)
 {
     int worst = 0;
@@ -51,92 +73,98 @@ int maxChannelDifference(const QImage &a, const QImage &b)
     return worst;
 }
 
-// ---- flat composite -------------------------------------------------------
+// ---- composites -------------------------------------------------------------
 
-// A dense drawing (40 strokes on each of five layers, a quarter of them
-// translucent) and a sketch (6 strokes per layer).
-struct CompositeInput {
+// A document of `layers` drawn layers with the active one in the middle, and
+// pixman's inputs: either the three images of the flat rebuild (the partials
+// and the active layer) or every layer.
+struct CompositeCase {
     std::unique_ptr<CanvasDocument> doc;
-    explicit CompositeInput(int strokes, const std::string &name)
+    std::vector<std::unique_ptr<PixmanImage>> pixmanInputs;
+    QImage pixmanOut;
+    std::unique_ptr<PixmanImage> pixmanTarget;
+    std::vector<QImage> straight; // the three images in straight alpha
+    bool threeBlits;
+
+    CompositeCase(const std::string &name, int layers, Size size, bool flatOnly)
+        : threeBlits(flatOnly)
     {
-        doc = std::make_unique<CanvasDocument>(W, H);
-        doc->setLayers(drawnLayers(Layers, strokes), Active);
+        doc = std::make_unique<CanvasDocument>(size.w, size.h);
+        doc->setLayers(drawnLayers(layers, size.w, size.h), layers / 2);
         const QImage ours = doc->flatComposite();
-        const QImage reference = referenceFlatComposite(doc->belowComposite(), doc->activeImage(),
-                                                        true, 1.0f, doc->aboveComposite());
-        const int diff = ours == reference ? 0 : maxChannelDifference(ours, reference);
-        BenchSummary::addNote(name, diff == 0 ? "pixels identical to QPainter"
-                                              : "pixels within " + std::to_string(diff) +
-                                                    " per channel of QPainter");
-        BenchSummary::setTarget(name, {2.0, 3.0});
+        std::vector<const QImage *> inputs;
+        if (flatOnly)
+            inputs = {&doc->belowComposite(), &doc->activeImage(), &doc->aboveComposite()};
+        else
+            for (const CanvasLayer &layer : doc->layers())
+                inputs.push_back(&layer.image);
+        for (const QImage *image : inputs) {
+            pixmanInputs.push_back(std::make_unique<PixmanImage>(*image));
+            straight.push_back(image->convertToFormat(QImage::Format_RGBA8888));
+        }
+        pixmanOut = QImage(size.w, size.h, QImage::Format_ARGB32_Premultiplied);
+        pixmanTarget = std::make_unique<PixmanImage>(pixmanOut);
+        pixmanFlatten(pixmanInputs, *pixmanTarget, size.w, size.h);
+        const int diff = maxChannelDifference(ours, pixmanOut);
+        BenchSummary::setLibrary(name, "pixman OVER");
+        BenchSummary::addNote(name,
+                              "output within " + std::to_string(diff) + " per channel of pixman's");
     }
 };
 
-CompositeInput &compositeInput(bool sketch)
+void registerComposite(const std::string &name, int layers, Size size, bool flatOnly,
+                       BenchSummary::Target target)
 {
-    static CompositeInput dense(40, "flat_composite_1080p");
-    static CompositeInput sparse(6, "flat_composite_sketch_1080p");
-    return sketch ? sparse : dense;
-}
-
-template <bool Sketch> void flatCompositeOurs(benchmark::State &state)
-{
-    CanvasDocument &doc = *compositeInput(Sketch).doc;
-    for (auto _ : state) {
-        doc.markPainted();
-        benchmark::DoNotOptimize(doc.flatComposite().constBits());
+    auto input = std::make_shared<std::unique_ptr<CompositeCase>>();
+    auto get = [input, name, layers, size, flatOnly]() -> CompositeCase & {
+        if (!*input)
+            *input = std::make_unique<CompositeCase>(name, layers, size, flatOnly);
+        return **input;
+    };
+    BenchSummary::setTarget(name, target);
+    benchmark::RegisterBenchmark((name + "/ours").c_str(),
+                                 [get](benchmark::State &state) {
+                                     CompositeCase &c = get();
+                                     for (auto _ : state) {
+                                         if (c.threeBlits)
+                                             c.doc->markPainted();
+                                         else
+                                             c.doc->markAllDirty();
+                                         benchmark::DoNotOptimize(
+                                             c.doc->flatComposite().constBits());
+                                     }
+                                 })
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime();
+    benchmark::RegisterBenchmark((name + "/library").c_str(),
+                                 [get, size](benchmark::State &state) {
+                                     CompositeCase &c = get();
+                                     for (auto _ : state)
+                                         pixmanFlatten(c.pixmanInputs, *c.pixmanTarget, size.w,
+                                                       size.h);
+                                 })
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime();
+    if (flatOnly) {
+        // What the engine did before: QPainter SourceOver on straight alpha,
+        // converting every pixel it blends.
+        benchmark::RegisterBenchmark((name + "/before").c_str(),
+                                     [get, size](benchmark::State &state) {
+                                         CompositeCase &c = get();
+                                         for (auto _ : state) {
+                                             QImage out(size.w, size.h, QImage::Format_RGBA8888);
+                                             out.fill(Qt::transparent);
+                                             QPainter painter(&out);
+                                             for (const QImage &image : c.straight)
+                                                 painter.drawImage(0, 0, image);
+                                             painter.end();
+                                             benchmark::DoNotOptimize(out.constBits());
+                                         }
+                                     })
+            ->Unit(benchmark::kMillisecond)
+            ->UseRealTime();
     }
-}
-
-template <bool Sketch> void flatCompositeReference(benchmark::State &state)
-{
-    CanvasDocument &doc = *compositeInput(Sketch).doc;
-    for (auto _ : state)
-        benchmark::DoNotOptimize(referenceFlatComposite(doc.belowComposite(), doc.activeImage(),
-                                                        true, 1.0f, doc.aboveComposite())
-                                     .constBits());
-}
-
-// The rebuild after one brush stroke was painted into the active layer of the
-// dense drawing: only the tiles under the stroke are recomposed, over a copy
-// of the previous result (which a caller still holds).
-void flatCompositeAfterStroke(benchmark::State &state)
-{
-    static bool once = [] {
-        BenchSummary::setTarget("flat_composite_after_stroke_1080p", {2.0, 3.0});
-        BenchSummary::addNote("flat_composite_after_stroke_1080p",
-                              "a 30-point brush stroke 12 px wide marked with its bounds; "
-                              "checked identical to QPainter after each stroke in tests");
-        return true;
-    }();
-    (void)once;
-    CanvasDocument &doc = *compositeInput(false).doc;
-    std::mt19937 rng(3);
-    QImage held = doc.flatComposite();
-    for (auto _ : state) {
-        state.PauseTiming();
-        Stroke stroke;
-        stroke.color = QColor(20, 120, 220);
-        stroke.width = 12;
-        QPointF p(200 + rng() % 1500, 150 + rng() % 800);
-        for (int i = 0; i < 30; ++i) {
-            p += QPointF(int(rng() % 21) - 10, int(rng() % 21) - 10);
-            stroke.points.append(p);
-        }
-        paintStroke(doc.activeImage(), stroke, 0);
-        doc.markPainted(strokeBounds(stroke, doc.size()));
-        state.ResumeTiming();
-        held = doc.flatComposite();
-    }
-}
-
-void flatCompositeAfterStrokeReference(benchmark::State &state)
-{
-    CanvasDocument &doc = *compositeInput(false).doc;
-    for (auto _ : state)
-        benchmark::DoNotOptimize(referenceFlatComposite(doc.belowComposite(), doc.activeImage(),
-                                                        true, 1.0f, doc.aboveComposite())
-                                     .constBits());
+    registerFloor(name, size.w, size.h);
 }
 
 // ---- the editor during a brush drag ---------------------------------------
@@ -148,12 +176,11 @@ void mouse(QWidget *w, QEvent::Type type, QPointF pos, Qt::MouseButton button,
     QApplication::sendEvent(w, &event);
 }
 
-// What the canvas source does with a live image: a format check and a shallow
-// copy under its mutex.
+// What the canvas source does with a live image today: conversion to straight
+// RGBA8888 and a shallow copy under its mutex.
 struct LiveImageSink {
     QMutex mutex;
     QImage live;
-    bool pending = false;
     void setLiveImage(const QImage &image)
     {
         const QImage converted = image.format() == QImage::Format_RGBA8888
@@ -161,32 +188,32 @@ struct LiveImageSink {
                                      : image.convertToFormat(QImage::Format_RGBA8888);
         QMutexLocker lock(&mutex);
         live = converted;
-        pending = true;
     }
 };
 
 struct DragFixture {
     std::unique_ptr<CanvasWidget> widget;
     double angle = 0;
-    DragFixture()
+    explicit DragFixture(int layers, Size size)
     {
-        widget = std::make_unique<CanvasWidget>(W, H);
+        widget = std::make_unique<CanvasWidget>(size.w, size.h);
         widget->resize(1280, 720);
         widget->show();
-        widget->setLayers(drawnLayers(Layers), Active);
+        widget->setLayers(drawnLayers(layers, size.w, size.h), layers / 2);
         widget->setBrushColor(QColor(30, 90, 200));
         widget->setBrushSize(12);
-        mouse(widget.get(), QEvent::MouseButtonPress, point(), Qt::LeftButton, Qt::LeftButton);
-        for (int i = 0; i < 10; ++i)
-            move();
-        BenchSummary::setTarget("live_update_drag", {4.0, 0.0});
-        BenchSummary::setTarget("paint_event_drag", {8.0, 0.0});
-        BenchSummary::addNote("live_update_drag",
-                              "display composite plus the source's setLiveImage work (format "
-                              "check, shallow copy under a mutex)");
     }
     QPointF point() const { return {640 + 250 * std::cos(angle), 360 + 200 * std::sin(angle)}; }
-    // One pointer move a few pixels along a circle; the stroke bakes as usual.
+    void press()
+    {
+        mouse(widget.get(), QEvent::MouseButtonPress, point(), Qt::LeftButton, Qt::LeftButton);
+    }
+    void release()
+    {
+        mouse(widget.get(), QEvent::MouseButtonRelease, point(), Qt::LeftButton, Qt::NoButton);
+    }
+    // One pointer move a few pixels along a circle: a long drag goes round and
+    // round over its own track.
     void move()
     {
         angle += 0.02;
@@ -196,11 +223,22 @@ struct DragFixture {
 
 DragFixture &drag()
 {
-    static DragFixture fixture;
+    static DragFixture fixture = [] {
+        DragFixture f(5, P1080);
+        f.press();
+        for (int i = 0; i < 10; ++i)
+            f.move();
+        BenchSummary::setTarget("live_update_drag_1080p", {4.0, 0, 0});
+        BenchSummary::setTarget("paint_event_drag_1080p", {4.0, 0, 0});
+        BenchSummary::addNote("live_update_drag_1080p",
+                              "display composite plus the source's setLiveImage work "
+                              "(conversion to straight RGBA8888, shallow copy under a mutex)");
+        return f;
+    }();
     return fixture;
 }
 
-void liveUpdateOurs(benchmark::State &state)
+void liveUpdate(benchmark::State &state)
 {
     DragFixture &d = drag();
     LiveImageSink sink;
@@ -212,7 +250,7 @@ void liveUpdateOurs(benchmark::State &state)
     }
 }
 
-void paintEventOurs(benchmark::State &state)
+void paintEvent(benchmark::State &state)
 {
     DragFixture &d = drag();
     QImage target(d.widget->size(), QImage::Format_ARGB32_Premultiplied);
@@ -224,114 +262,52 @@ void paintEventOurs(benchmark::State &state)
     }
 }
 
-// ---- saving ---------------------------------------------------------------
+// A whole drag of `points` moves round a circle (self-overlapping after the
+// first turn), each followed by the flat composite the next repaint needs.
+void registerLongStroke(int points)
+{
+    const std::string name = "long_stroke_" + std::to_string(points) + "_points_1080p";
+    BenchSummary::addScaling("long_stroke (per point)", name, points);
+    benchmark::RegisterBenchmark((name + "/ours").c_str(),
+                                 [points](benchmark::State &state) {
+                                     static DragFixture fixture(1, P1080);
+                                     for (auto _ : state) {
+                                         fixture.press();
+                                         for (int i = 0; i < points; ++i) {
+                                             fixture.move();
+                                             benchmark::DoNotOptimize(
+                                                 fixture.widget->flatComposite().constBits());
+                                         }
+                                         fixture.release();
+                                     }
+                                 })
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime()
+        ->Iterations(1)
+        ->Repetitions(3);
+}
 
-struct SaveFixture {
-    std::unique_ptr<CanvasDocument> doc;
-    QTemporaryDir dir;
-    QImage flat;
-    SaveFixture()
-    {
-        doc = std::make_unique<CanvasDocument>(W, H);
-        doc->setLayers(drawnLayers(5), 0);
-        flat = doc->flatComposite();
-        BenchSummary::setTarget("save_5_layers_ui_thread", {1.0, 0.0});
-        BenchSummary::addNote("save_5_layers_ui_thread",
-                              "the snapshot: shallow copies of the layer images");
-        BenchSummary::addNote("save_5_layers_ui_thread_async_call",
-                              "saveAsync: the snapshot and starting the worker thread");
-        BenchSummary::addNote("save_5_layers_worker",
-                              "five layer PNGs, the index and the flattened PNG into a "
-                              "temporary folder");
+const bool registered = [] {
+    for (const Size size : {P720, P1080, P4K}) {
+        const std::string name = std::string("composite_3_blits_") + size.name;
+        registerComposite(name, 5, size, true, {0, 1.3, 4.0});
+        BenchSummary::addScaling("composite_3_blits (per megapixel)", name,
+                                 size.w * double(size.h) / 1e6);
     }
-};
-
-SaveFixture &saveFixture()
-{
-    static SaveFixture fixture;
-    return fixture;
-}
-
-void saveUiThread(benchmark::State &state)
-{
-    SaveFixture &f = saveFixture();
-    for (auto _ : state)
-        benchmark::DoNotOptimize(takeCanvasSnapshot(f.dir.path(), *f.doc, f.flat));
-}
-
-// What the UI thread pays for a debounced save: the snapshot and starting the
-// worker thread. Canvas folders go to a temporary settings folder.
-void saveAsyncUiThread(benchmark::State &state)
-{
-    SaveFixture &f = saveFixture();
-    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, f.dir.path());
-    const CanvasSaver saver(QStringLiteral("bench-canvas"));
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(saver.saveAsync(*f.doc, f.flat));
-        state.PauseTiming();
-        CanvasSaver::waitForPendingSaves();
-        state.ResumeTiming();
+    for (const int layers : {1, 4, 16, 32}) {
+        const std::string name = "composite_" + std::to_string(layers) + "_layers_1080p";
+        registerComposite(name, layers, P1080, false, {0, 1.3, 0});
+        BenchSummary::addScaling("composite_layers (per layer)", name, layers);
     }
-}
-
-void saveWorker(benchmark::State &state)
-{
-    SaveFixture &f = saveFixture();
-    for (auto _ : state) {
-        state.PauseTiming();
-        const CanvasSaveSnapshot snapshot = takeCanvasSnapshot(f.dir.path(), *f.doc, f.flat);
-        state.ResumeTiming();
-        benchmark::DoNotOptimize(writeCanvasFiles(snapshot));
-    }
-}
+    benchmark::RegisterBenchmark("live_update_drag_1080p/ours", liveUpdate)
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime();
+    benchmark::RegisterBenchmark("paint_event_drag_1080p/ours", paintEvent)
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime();
+    for (const int points : {100, 1000, 10000})
+        registerLongStroke(points);
+    return true;
+}();
 
 } // namespace
-
-BENCHMARK(flatCompositeOurs<false>)
-    ->Name("flat_composite_1080p/ours")
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
-BENCHMARK(flatCompositeReference<false>)
-    ->Name("flat_composite_1080p/reference")
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
-BENCHMARK(flatCompositeOurs<true>)
-    ->Name("flat_composite_sketch_1080p/ours")
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
-BENCHMARK(flatCompositeReference<true>)
-    ->Name("flat_composite_sketch_1080p/reference")
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
-BENCHMARK(flatCompositeAfterStroke)
-    ->Name("flat_composite_after_stroke_1080p/ours")
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
-BENCHMARK(flatCompositeAfterStrokeReference)
-    ->Name("flat_composite_after_stroke_1080p/reference")
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
-BENCHMARK(liveUpdateOurs)
-    ->Name("live_update_drag/ours")
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
-BENCHMARK(paintEventOurs)
-    ->Name("paint_event_drag/ours")
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
-BENCHMARK(saveUiThread)
-    ->Name("save_5_layers_ui_thread/ours")
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
-BENCHMARK(saveAsyncUiThread)
-    ->Name("save_5_layers_ui_thread_async_call/ours")
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Iterations(2)
-    ->Repetitions(5);
-BENCHMARK(saveWorker)
-    ->Name("save_5_layers_worker/ours")
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Iterations(2)
-    ->Repetitions(5);

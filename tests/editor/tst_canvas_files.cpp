@@ -55,8 +55,15 @@ QImage pattern(int seed, int w = W, int h = H)
 void paint(CanvasDocument &doc, int index, const QImage &image)
 {
     doc.setActiveLayer(index);
-    doc.activeImage() = image;
+    doc.activeImage() = image.convertToFormat(LayerFormat);
     doc.markPainted();
+}
+
+// A straight picture as a layer file holds it after it was painted into a
+// (premultiplied) layer.
+QImage asStored(const QImage &straight)
+{
+    return straight.convertToFormat(LayerFormat).convertToFormat(QImage::Format_RGBA8888);
 }
 
 QImage readPng(const QString &path)

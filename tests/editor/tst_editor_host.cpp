@@ -205,7 +205,7 @@ void TestEditorHost::strokeCommitsAtOnceAndSavesLater()
     sinceChange.start();
     QCOMPARE(record->commitCount(), commits + 1);
     QCOMPARE(record->strokes().size(), 1);
-    const QImage drawn = window->canvas()->flatComposite();
+    const QImage drawn = window->canvas()->flatComposite().convertToFormat(QImage::Format_RGBA8888);
     QCOMPARE(record->canvasImage(), drawn);
     QVERIFY(drawn != solid(Qt::transparent));
     QVERIFY(!QFileInfo::exists(dir + "/canvas.png"));
@@ -247,7 +247,7 @@ void TestEditorHost::closeWritesFilesAtOnce()
     QVERIFY(QTest::qWaitForWindowExposed(window.get()));
     const QString dir = canvas.directory();
     strokeAcross(window->canvas());
-    const QImage drawn = window->canvas()->flatComposite();
+    const QImage drawn = window->canvas()->flatComposite().convertToFormat(QImage::Format_RGBA8888);
     QVERIFY(window->saveTimer()->isActive());
 
     window->close();
@@ -263,7 +263,7 @@ void TestEditorHost::escapeWritesFilesAtOnce()
     QVERIFY(QTest::qWaitForWindowExposed(window.get()));
     const QString dir = canvas.directory();
     strokeAcross(window->canvas());
-    const QImage drawn = window->canvas()->flatComposite();
+    const QImage drawn = window->canvas()->flatComposite().convertToFormat(QImage::Format_RGBA8888);
     QVERIFY(window->saveTimer()->isActive());
 
     // A dialog ends on Escape without a close event.

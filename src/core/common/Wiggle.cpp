@@ -189,9 +189,12 @@ QImage warpImage(const QImage &input, const WiggleGrid &grid)
 {
     if (input.isNull())
         return input;
-    const QImage src = input.format() == QImage::Format_RGBA8888
-                           ? input
-                           : input.convertToFormat(QImage::Format_RGBA8888);
+    // Whole pixels are moved, never blended, so any 32-bit format is kept.
+    const bool wordFormat = input.format() == QImage::Format_RGBA8888 ||
+                            input.format() == QImage::Format_RGBA8888_Premultiplied ||
+                            input.format() == QImage::Format_ARGB32 ||
+                            input.format() == QImage::Format_ARGB32_Premultiplied;
+    const QImage src = wordFormat ? input : input.convertToFormat(QImage::Format_RGBA8888);
     if (grid.isEmpty() || grid.offsetsX.size() < size_t(grid.width) * size_t(grid.height) ||
         grid.offsetsY.size() < size_t(grid.width) * size_t(grid.height))
         return src;
@@ -203,7 +206,7 @@ QImage warpImage(const QImage &input, const WiggleGrid &grid)
     const Axis cols(w, gw);
     const Axis rows(h, gh);
 
-    QImage out(w, h, QImage::Format_RGBA8888);
+    QImage out(w, h, src.format());
     std::vector<int> rowIndices(static_cast<size_t>(h));
     std::iota(rowIndices.begin(), rowIndices.end(), 0);
     const uchar *srcBits = src.constBits();

@@ -24,8 +24,9 @@ struct WiggleGrid {
 void makeWiggleGrid(WiggleGrid &grid, int imageWidth, int imageHeight, float amountPx,
                     std::mt19937 &rng);
 
-// Warps the image with the field. The output is RGBA8888 of the input's size;
-// a null input is returned unchanged.
+// Warps the image with the field. The output has the input's size and, for
+// the 32-bit RGBA and ARGB formats (straight or premultiplied), its format;
+// anything else comes out as RGBA8888. A null input is returned unchanged.
 QImage warpImage(const QImage &input, const WiggleGrid &grid);
 
 // The stored "jitterAmount" setting (0..100) in pixels: 0.1 .. 4.0.

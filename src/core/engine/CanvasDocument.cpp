@@ -12,7 +12,7 @@ CanvasDocument::CanvasDocument(int width, int height, QObject *parent)
 
 QImage CanvasDocument::blankImage() const
 {
-    QImage image(m_width, m_height, QImage::Format_RGBA8888);
+    QImage image(m_width, m_height, LayerFormat);
     image.fill(Qt::transparent);
     return image;
 }
@@ -53,7 +53,10 @@ void CanvasDocument::markAllDirty()
 
 void CanvasDocument::markPainted(const QRect &area)
 {
-    m_flatDirtyArea |= area.intersected(QRect(0, 0, m_width, m_height));
+    const QRect clipped = area.intersected(QRect(0, 0, m_width, m_height));
+    m_flatDirtyArea |= clipped;
+    if (m_snapshotPending)
+        m_pendingArea |= clipped;
     m_compositeDirty = true;
 }
 
@@ -206,10 +209,10 @@ void CanvasDocument::setLayerOpacity(int index, float opacity)
 void CanvasDocument::clear()
 {
     captureSnapshot();
+    activeImage().fill(Qt::transparent);
+    markPainted();
     commitSnapshot();
     m_strokes.clear();
-    activeImage() = blankImage();
-    markPainted();
     emit layersChanged();
     emit strokesChanged();
 }
@@ -219,7 +222,7 @@ QImage CanvasDocument::normalised(const QImage &image) const
     if (image.isNull())
         return blankImage();
     if (image.size() == size())
-        return image.convertToFormat(QImage::Format_RGBA8888);
+        return image.convertToFormat(LayerFormat);
     QImage out = blankImage();
     QPainter painter(&out);
     painter.setCompositionMode(QPainter::CompositionMode_Source);
@@ -255,7 +258,7 @@ void CanvasDocument::setStrokesAndImage(const QVector<Stroke> &strokes, const QI
     m_layers.append(newLayer(QStringLiteral("Layer 1")));
     m_active = 0;
     if (!image.isNull())
-        m_layers[0].image = image.convertToFormat(QImage::Format_RGBA8888);
+        m_layers[0].image = image.convertToFormat(LayerFormat);
     markAllDirty();
     resetStacks();
     emit undoAvailabilityChanged(false);
@@ -267,18 +270,20 @@ void CanvasDocument::setStrokesAndImage(const QVector<Stroke> &strokes, const QI
 void CanvasDocument::captureSnapshot()
 {
     m_pendingSnapshot = activeImage();
+    m_pendingArea = QRect();
     m_snapshotPending = true;
 }
 
 void CanvasDocument::dropSnapshot()
 {
     m_pendingSnapshot = QImage();
+    m_pendingArea = QRect();
     m_snapshotPending = false;
 }
 
-void CanvasDocument::pushTrimmed(QList<QImage> &stack, const QImage &image)
+void CanvasDocument::pushTrimmed(QList<LayerEdit> &stack, LayerEdit edit)
 {
-    stack.append(image);
+    stack.append(std::move(edit));
     while (stack.size() > MaxUndoDepth)
         stack.removeFirst();
 }
@@ -287,7 +292,7 @@ void CanvasDocument::commitSnapshot()
 {
     if (!m_snapshotPending)
         return;
-    pushTrimmed(m_activeUndo, m_pendingSnapshot);
+    pushTrimmed(m_activeUndo, changedTiles(m_pendingSnapshot, activeImage(), m_pendingArea));
     m_activeRedo.clear();
     dropSnapshot();
     emit undoAvailabilityChanged(true);
@@ -298,8 +303,7 @@ void CanvasDocument::undo()
 {
     if (m_activeUndo.isEmpty())
         return;
-    pushTrimmed(m_activeRedo, activeImage());
-    restore(m_activeUndo.takeLast());
+    restore(m_activeUndo.takeLast(), m_activeRedo);
     emit undoAvailabilityChanged(canUndo());
     emit redoAvailabilityChanged(true);
 }
@@ -308,18 +312,19 @@ void CanvasDocument::redo()
 {
     if (m_activeRedo.isEmpty())
         return;
-    pushTrimmed(m_activeUndo, activeImage());
-    restore(m_activeRedo.takeLast());
+    restore(m_activeRedo.takeLast(), m_activeUndo);
     emit undoAvailabilityChanged(true);
     emit redoAvailabilityChanged(canRedo());
 }
 
-void CanvasDocument::restore(const QImage &image)
+// Writes an entry's tiles back and keeps the pixels they replaced on the
+// opposite stack.
+void CanvasDocument::restore(const LayerEdit &edit, QList<LayerEdit> &opposite)
 {
-    if (image.isNull())
-        return;
-    activeImage() = image.convertToFormat(QImage::Format_RGBA8888);
-    markPainted();
+    LayerEdit reverse = applyEdit(activeImage(), edit);
+    for (const LayerEdit::Tile &tile : reverse.tiles)
+        markPainted(QRect(tile.at, tile.pixels.size()));
+    pushTrimmed(opposite, std::move(reverse));
     m_strokes.clear();
     emit snapshotRestored();
     emit strokesChanged();

@@ -8,10 +8,16 @@
 #include <QRect>
 #include <QVector>
 
+#include <vector>
+
 // The layered raster document behind the drawing surface: layers, the active
 // layer's undo and redo stacks, the strokes since the last structural change
 // and the dirty flags of the composite caches. No widgets: the drawing
 // surface wraps it and forwards its signals.
+//
+// Every image it holds or hands out (layers, partials, the flat composite) is
+// premultiplied, in LayerFormat; images given to it in any other format are
+// converted on the way in.
 class CanvasDocument : public QObject {
     Q_OBJECT
 
@@ -56,7 +62,9 @@ public:
     void setLayers(QList<CanvasLayer> layers, int activeIndex);
     void setStrokesAndImage(const QVector<Stroke> &strokes, const QImage &image);
 
-    // Snapshot undo of the active layer.
+    // Undo of the active layer: capture before an action changes its pixels,
+    // commit after; the entry keeps only the tiles the action changed inside
+    // the areas marked painted in between.
     void captureSnapshot();
     void commitSnapshot();
     void dropSnapshot();
@@ -90,6 +98,15 @@ public:
     // The visible layers flattened, rebuilt from the cached partials below and
     // above the active layer only when something was painted or changed.
     QImage flatComposite();
+
+    // One image drawn SourceOver at an opacity.
+    struct BlendSource {
+        const QImage *image;
+        float opacity;
+    };
+    // Draws the sources, bottom first, over transparent into area of out (a
+    // LayerFormat image), in bands on the parallel pool.
+    static void compose(QImage &out, const QRect &area, const std::vector<BlendSource> &sources);
     // Rebuilds whichever of the two partials is dirty; flatComposite() runs it
     // first, a repaint after a layer switch runs it on its own.
     void rebuildPartials();
@@ -110,20 +127,20 @@ private:
     void storeActiveStacks();
     void loadActiveStacks();
     void resetStacks();
-    void restore(const QImage &image);
-    static void pushTrimmed(QList<QImage> &stack, const QImage &image);
+    void restore(const LayerEdit &edit, QList<LayerEdit> &opposite);
+    static void pushTrimmed(QList<LayerEdit> &stack, LayerEdit edit);
     void emitAvailability();
     CanvasLayer newLayer(const QString &name) const;
     QImage normalised(const QImage &image) const;
-    QImage compositeRange(int first, int last) const;
-    void composeFlat(QImage &out, const QRect &area, const QImage &below, const QImage &active,
-                     float opacity, const QImage &above) const;
+    // The visible layers first..last into out; shown tells whether any is.
+    void compositeRange(QImage &out, bool &shown, int first, int last) const;
 
     int m_width;
     int m_height;
-    QList<QImage> m_activeUndo;
-    QList<QImage> m_activeRedo;
-    QImage m_pendingSnapshot;
+    QList<LayerEdit> m_activeUndo;
+    QList<LayerEdit> m_activeRedo;
+    QImage m_pendingSnapshot; // shares the layer's pixels until it is painted
+    QRect m_pendingArea;      // marked painted since the capture
     bool m_snapshotPending = false;
     QList<CanvasLayer> m_layers;
     int m_active = 0;
@@ -151,5 +168,7 @@ private:
     QVector<Stroke> m_strokes;
     QImage m_belowImage;
     QImage m_aboveImage;
+    bool m_belowShown = false; // the partial holds a visible layer
+    bool m_aboveShown = false;
     QImage m_flatImage;
 };

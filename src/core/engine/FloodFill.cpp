@@ -15,6 +15,24 @@ inline int maxByteDifference(quint32 a, quint32 b)
     return diff;
 }
 
+// How the rules see a stored pixel: as the straight-alpha RGBA8888 word.
+struct StraightRgba {
+    quint32 operator()(quint32 p) const { return p; }
+};
+
+// A premultiplied ARGB32 pixel as its straight RGBA8888 word.
+struct FromPremultiplied {
+    quint32 operator()(quint32 p) const
+    {
+        const quint32 a = p >> 24;
+        if (a == 0)
+            return 0;
+        if (a != 255)
+            p = qUnpremultiply(p);
+        return (p & 0xff00ff00u) | ((p >> 16) & 0xffu) | ((p & 0xffu) << 16);
+    }
+};
+
 // A nearly transparent seed: pixels at most this opaque.
 struct AlphaRule {
     int tolerance;
@@ -23,7 +41,7 @@ struct AlphaRule {
 
 // Any other seed: pixels whose every byte is within tolerance of it.
 struct ColourRule {
-    quint32 seed;
+    quint32 seed; // straight
     int tolerance;
     bool operator()(quint32 p) const { return maxByteDifference(seed, p) <= tolerance; }
 };
@@ -149,6 +167,13 @@ quint32 packRgba8888(const QColor &color)
            (quint32(qGreen(rgb)) << 8) | quint32(qRed(rgb));
 }
 
+quint32 premultipliedArgb(quint32 rgbaWord)
+{
+    const QRgb straight =
+        (rgbaWord & 0xff00ff00u) | ((rgbaWord >> 16) & 0xffu) | ((rgbaWord & 0xffu) << 16);
+    return qPremultiply(straight);
+}
+
 void floodFill(QImage &image, int x, int y, quint32 fillWord, int tolerance)
 {
     const int width = image.width();
@@ -157,8 +182,12 @@ void floodFill(QImage &image, int x, int y, quint32 fillWord, int tolerance)
         return;
     if (quint64(width) * quint64(height) > quint64(0xffffffffu))
         return;
-    if (image.format() != QImage::Format_RGBA8888)
+    if (image.format() != QImage::Format_RGBA8888 &&
+        image.format() != QImage::Format_ARGB32_Premultiplied)
         image = image.convertToFormat(QImage::Format_RGBA8888);
+    const bool premultiplied = image.format() == QImage::Format_ARGB32_Premultiplied;
+    if (premultiplied)
+        fillWord = premultipliedArgb(fillWord);
 
     uchar *bits = image.bits();
     const qsizetype stride = image.bytesPerLine();
@@ -170,17 +199,21 @@ void floodFill(QImage &image, int x, int y, quint32 fillWord, int tolerance)
     if (seed == fillWord)
         return;
 
-    auto fill = [&](const auto &matches) {
-        if (matches(fillWord)) {
+    // The rules compare straight values; a stored word is read as one.
+    auto fill = [&](const auto &matches, auto read) {
+        auto rule = [&matches, read](quint32 p) { return matches(read(p)); };
+        if (rule(fillWord)) {
             VisitedMask mask(size_t(width) * size_t(height));
-            scanlineFill(bits, stride, width, height, x, y, fillWord, matches, mask);
+            scanlineFill(bits, stride, width, height, x, y, fillWord, rule, mask);
         } else {
             NoMask mask;
-            scanlineFill(bits, stride, width, height, x, y, fillWord, matches, mask);
+            scanlineFill(bits, stride, width, height, x, y, fillWord, rule, mask);
         }
     };
-    if ((seed >> 24) >= 32)
-        fill(ColourRule{seed, tolerance});
+    if ((seed >> 24) < 32)
+        fill(AlphaRule{tolerance}, StraightRgba()); // alpha reads the same either way
+    else if (premultiplied)
+        fill(ColourRule{FromPremultiplied()(seed), tolerance}, FromPremultiplied());
     else
-        fill(AlphaRule{tolerance});
+        fill(ColourRule{seed, tolerance}, StraightRgba());
 }

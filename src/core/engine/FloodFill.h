@@ -7,8 +7,13 @@
 // little-endian machine: alpha<<24 | blue<<16 | green<<8 | red.
 quint32 packRgba8888(const QColor &color);
 
-// Fills the 4-connected region around (x, y) with fillWord, in place. The
-// image is converted to RGBA8888 first when needed. A seed of alpha 32 or more
-// matches pixels whose every byte is within tolerance of the seed; a nearly
-// transparent seed matches pixels whose alpha is at most tolerance.
+// That word premultiplied, as an ARGB32_Premultiplied pixel holds it.
+quint32 premultipliedArgb(quint32 rgbaWord);
+
+// Fills the 4-connected region around (x, y) with fillWord (a straight RGBA8888
+// word), in place. Layers in ARGB32_Premultiplied are filled as they are
+// (with the word premultiplied); other formats are converted to RGBA8888
+// first. A seed of alpha 32 or more matches pixels whose every straight
+// channel is within tolerance of the seed's; a nearly transparent seed
+// matches pixels whose alpha is at most tolerance.
 void floodFill(QImage &image, int x, int y, quint32 fillWord, int tolerance);
