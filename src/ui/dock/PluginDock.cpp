@@ -4,7 +4,9 @@
 #include "coop/CoopSession.h"
 #include "dock/CanvasChooser.h"
 #include "dock/SetupDialog.h"
+#include "coop/CoopEditorSource.h"
 #include "editor/DrawingWindow.h"
+#include "editor/EditorWindows.h"
 #include "source/EditorSource.h"
 #include "update/UpdateChecker.h"
 #include "widgets/Icons.h"
@@ -139,33 +141,20 @@ void PluginDock::openEditor(const DockSource &source)
         return;
     }
 
-    const QString key = source.uuid;
-    if (DrawingWindow *open = m_windows.value(key)) {
-        open->showNormal();
-        open->raise();
-        open->activateWindow();
+    if (EditorWindows::raise(source.uuid))
         return;
-    }
-
-    auto *window = new DrawingWindow(std::move(editorSource), mainWindow, false);
-    window->setAttribute(Qt::WA_DeleteOnClose);
+    DrawingWindow *window = EditorWindows::open(source.uuid, std::move(editorSource), mainWindow);
     QString scene = m_host->currentSceneName();
     if (scene.isEmpty())
         scene = QStringLiteral("Unknown");
     window->setWindowTitle(QStringLiteral("Pennoria: Draw [%1: %2]").arg(scene, source.name));
-    m_windows.insert(key, window);
-    window->show();
-    window->raise();
-    window->activateWindow();
 }
 
 void PluginDock::openCoopEditor()
 {
-    auto *window = new DrawingWindow(nullptr, m_host->mainWindow(), true);
-    window->setAttribute(Qt::WA_DeleteOnClose);
-    window->show();
-    window->raise();
-    window->activateWindow();
+    if (!EditorWindows::raise(CoopEditorSource::EditorKey))
+        EditorWindows::open(CoopEditorSource::EditorKey, makeCoopEditorSource(),
+                            m_host->mainWindow());
 }
 
 void PluginDock::onUpdateAvailable(const QString &latestVersion, const QString &downloadUrl)

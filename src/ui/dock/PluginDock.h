@@ -48,8 +48,6 @@ private:
 
     QPushButton *m_drawButton = nullptr;
     QPushButton *m_coopButton = nullptr;
-    // Open editor windows by their source's UUID.
-    QHash<QString, QPointer<DrawingWindow>> m_windows;
     UpdateChecker *m_updateChecker = nullptr;
     std::unique_ptr<DockHost> m_host;
 };

@@ -1,0 +1,48 @@
+#include "editor/EditorWindows.h"
+
+#include "editor/DrawingWindow.h"
+
+#include <QHash>
+#include <QPointer>
+
+namespace {
+
+QHash<QString, QPointer<DrawingWindow>> &openWindows()
+{
+    static QHash<QString, QPointer<DrawingWindow>> windows;
+    return windows;
+}
+
+void bringToFront(DrawingWindow *window)
+{
+    window->showNormal();
+    window->raise();
+    window->activateWindow();
+}
+
+} // namespace
+
+namespace EditorWindows {
+
+DrawingWindow *raise(const QString &key)
+{
+    DrawingWindow *window = openWindows().value(key);
+    // A closed editor is on its way out even before it is deleted.
+    if (!window || !window->isVisible()) {
+        openWindows().remove(key);
+        return nullptr;
+    }
+    bringToFront(window);
+    return window;
+}
+
+DrawingWindow *open(const QString &key, std::unique_ptr<EditorSource> source, QWidget *parent)
+{
+    auto *window = new DrawingWindow(std::move(source), parent);
+    window->setAttribute(Qt::WA_DeleteOnClose);
+    openWindows().insert(key, window);
+    bringToFront(window);
+    return window;
+}
+
+} // namespace EditorWindows
