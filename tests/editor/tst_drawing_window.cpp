@@ -4,28 +4,25 @@
 
 #include "canvas/CanvasWidget.h"
 #include "coop/CoopCanvas.h"
+#include "coop/CoopEditorSource.h"
 #include "coop/CoopSession.h"
 #include "editor/CoopUsersPopup.h"
 #include "editor/DrawingWindow.h"
-#include "engine/Stroke.h"
-#include "layers/LayerPanel.h"
+#include "editor/EditorStyle.h"
+#include "editor/EditorWindows.h"
 #include "widgets/ColorPickerWidget.h"
-#include "widgets/LongPressButton.h"
 
-#include <QButtonGroup>
-#include <QFrame>
+#include <QAbstractSpinBox>
 #include <QLabel>
-#include <QPainter>
 #include <QPushButton>
-#include <QRegularExpression>
 #include <QSettings>
 #include <QShortcut>
 #include <QSlider>
-#include <QSpinBox>
+#include <QStyle>
+#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QThread>
 #include <QToolButton>
-#include <QtTest>
 
 #include <memory>
 
@@ -33,84 +30,157 @@ using namespace EditorTestInput;
 
 namespace {
 
-std::unique_ptr<DrawingWindow> newWindow(bool coop = false)
-{
-    return std::make_unique<DrawingWindow>(nullptr, nullptr, coop);
-}
-
 QSettings store()
 {
     return QSettings(QStringLiteral("PennoriaDraw"), QStringLiteral("Canvas"));
 }
 
-// Every pop-up of the window with the slot that opens it and its button.
-struct PopupCase {
-    QFrame *popup;
-    QWidget *anchor;
-    std::function<void()> open;
-    std::function<bool()> isOpen;
-};
-
-PopupCase popupCase(DrawingWindow *w, const QString &name)
+std::unique_ptr<DrawingWindow> shown(std::unique_ptr<EditorSource> source = nullptr)
 {
-    if (name == "colorPickerSection")
-        return {w->colorSection(), w->colorButton(), [w] { w->toggleColorPicker(); },
-                [w] { return w->isColorSectionOpen(); }};
-    if (name == "jitterPopup")
-        return {w->jitterPopup(), w->jitterButton(), [w] { w->onJitterBtnLongPress(); },
-                [w] { return w->isJitterPopupOpen(); }};
-    if (name == "fillPopup")
-        return {w->fillPopup(), w->fillButton(), [w] { w->onFbBtnLongPress(); },
-                [w] { return w->isFillPopupOpen(); }};
-    if (name == "shapesPopup")
-        return {w->shapesPopup(), w->shapesButton(), [w] { w->shapesButton()->click(); },
-                [w] { return w->isShapesPopupOpen(); }};
-    if (name == "previewPopup")
-        return {w->previewPopup(), w->previewButton(), [w] { w->onPreviewBtnLongPress(); },
-                [w] { return w->isPreviewPopupOpen(); }};
-    return {w->layersPopup(), w->layersButton(), [w] { w->onLayersClicked(); },
-            [w] { return w->isLayersPopupOpen(); }};
+    auto window = std::make_unique<DrawingWindow>(std::move(source), nullptr);
+    window->resize(1100, 720);
+    window->show();
+    window->activateWindow();
+    if (!QTest::qWaitForWindowActive(window.get()))
+        qWarning("editor not active");
+    return window;
 }
 
-QString popupStyle(const QString &name)
+CanvasWidget *canvasOf(const QWidget *window)
 {
-    return QStringLiteral("#%1 { background: palette(window); border: 1px solid palette(mid); "
-                          "border-radius: 4px; }")
-        .arg(name);
+    return window->findChild<CanvasWidget *>();
 }
 
-QStringList labelTexts(QWidget *row)
+void click(QWidget *window, const QString &path)
 {
-    QStringList texts;
-    for (QLabel *label : row->findChildren<QLabel *>(Qt::FindDirectChildrenOnly))
-        texts << label->text();
-    return texts;
+    QObject *parent = window;
+    for (const QString &name : path.split('/'))
+        parent = named<QObject>(parent, qPrintable(name));
+    if (auto *button = qobject_cast<QAbstractButton *>(parent))
+        button->click();
 }
 
-QStringList kickTooltips(QWidget *row)
+// A click in the middle of target as the window system delivers it: to the
+// window first, where pop-ups see it.
+void clickThroughWindow(QWidget *target)
 {
-    QStringList tips;
-    for (QToolButton *button : row->findChildren<QToolButton *>(Qt::FindDirectChildrenOnly))
-        tips << button->text() + " " + button->toolTip();
-    return tips;
+    QWidget *window = target->window();
+    QTest::mouseClick(window->windowHandle(), Qt::LeftButton, {},
+                      target->mapTo(window, target->rect().center()));
 }
 
-CoopUser user(int id, const QString &nick, int ping, bool host, bool self)
+quint16 freePort()
 {
-    CoopUser u;
-    u.id = id;
-    u.nick = nick;
-    u.pingMs = ping;
-    u.isHost = host;
-    u.isSelf = self;
-    return u;
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost, 0);
+    return probe.serverPort();
 }
 
-QString undoLine(const char *kind, const char *key, int active, const char *activeWin,
-                 const QByteArray &focus)
+// OBS's default dark theme ("Yami") and its light variant, as they set the palette.
+QPalette theme(bool dark)
 {
-    return QString::asprintf("[PD-Undo] %-16s key=%s | thisActive=%d activeWin=%s focus=%s recv=%s",
-                             kind, key, active, activeWin, focus.constData(), focus.constData());
+    QPalette palette = QApplication::style()->standardPalette();
+    const QList<std::pair<QPalette::ColorRole, QColor>> roles =
+        dark ? QList<std::pair<QPalette::ColorRole, QColor>>{{QPalette::Window, "#1d1f26"},
+                                                             {QPalette::Base, "#272a33"},
+                                                             {QPalette::Light, "#4e5566"},
+                                                             {QPalette::Mid, "#1d1f26"},
+                                                             {QPalette::Dark, "#272a33"},
+                                                             {QPalette::Highlight, "#284cb8"},
+                                                             {QPalette::Button, "#3c404d"}}
+             : QList<std::pair<QPalette::ColorRole, QColor>>{
+                   {QPalette::Window, "#d3d3d3"}, {QPalette::Base, "#e5e5e5"},
+                   {QPalette::Light, "#fefefe"},  {QPalette::Mid, "#d3d3d3"},
+                   {QPalette::Dark, "#e5e5e5"},   {QPalette::Highlight, "#8cb5ff"},
+                   {QPalette::Button, "#f3f3f3"}};
+    for (const auto &[role, color] : roles)
+        palette.setColor(role, color);
+    const QColor text = dark ? QColor(Qt::white) : QColor(Qt::black);
+    for (QPalette::ColorRole role :
+         {QPalette::WindowText, QPalette::Text, QPalette::ButtonText, QPalette::HighlightedText})
+        palette.setColor(role, text);
+    return palette;
+}
+
+// The strongest contrast of any pixel in area against the area's most common
+// colour, its background: what the text (or icon) in it reaches at its core.
+double inkContrast(const QImage &image, const QRect &area)
+{
+    QHash<QRgb, int> counts;
+    const QRect r = area.intersected(image.rect());
+    for (int y = r.top(); y <= r.bottom(); ++y)
+        for (int x = r.left(); x <= r.right(); ++x)
+            ++counts[image.pixel(x, y)];
+    QRgb background = 0;
+    for (auto it = counts.cbegin(); it != counts.cend(); ++it)
+        if (it.value() > counts.value(background))
+            background = it.key();
+    double best = 1.0;
+    for (auto it = counts.cbegin(); it != counts.cend(); ++it)
+        best = std::max(best, EditorStyle::contrastRatio(QColor(it.key()), QColor(background)));
+    return best;
+}
+
+// Every piece of text inside root, as drawn in picture (root's origin at offset).
+void checkTextReads(const QImage &picture, QWidget *root, const QPoint &offset, const QString &shot)
+{
+    for (QWidget *w : root->findChildren<QWidget *>()) {
+        const auto *button = qobject_cast<QAbstractButton *>(w);
+        const auto *label = qobject_cast<QLabel *>(w);
+        const bool text = (label && !label->text().isEmpty()) ||
+                          qobject_cast<QAbstractSpinBox *>(w) ||
+                          (button && !button->text().isEmpty());
+        if (!text || !w->isVisible() || w->width() < 4)
+            continue;
+        const double contrast = inkContrast(picture, QRect(w->mapTo(root, offset), w->size()));
+        QVERIFY2(
+            contrast >= EditorStyle::MinimumContrast,
+            qPrintable(QString("%1: %2 \"%3\" %4:1")
+                           .arg(shot, w->metaObject()->className(), w->property("text").toString())
+                           .arg(contrast, 0, 'f', 2)));
+    }
+}
+
+QStringList rowTexts(const QWidget *popup)
+{
+    QStringList rows;
+    for (const QWidget *row : popup->findChildren<QWidget *>("userRow")) {
+        if (row->isHidden())
+            continue;
+        QStringList parts;
+        for (const QLabel *label : row->findChildren<QLabel *>())
+            parts << label->text();
+        for (const QToolButton *kick : row->findChildren<QToolButton *>())
+            parts << kick->text() + " " + kick->toolTip();
+        rows << parts.join('|');
+    }
+    return rows;
+}
+
+QVariant probe(CanvasWidget *canvas, const QString &what)
+{
+    const QMap<QString, std::function<QVariant()>> probes = {
+        {"brush", [=] { return canvas->brushSize(); }},
+        {"tool", [=] { return canvas->tool(); }},
+        {"color", [=] { return canvas->brushColor().name(QColor::HexArgb); }},
+        {"fill", [=] { return canvas->fillTolerance(); }},
+        {"amount", [=] { return canvas->wiggleAmount(); }},
+        {"interval", [=] { return canvas->wiggleInterval(); }},
+        {"wiggle", [=] { return canvas->wiggleEnabled(); }},
+        {"shape", [=] { return canvas->shapeType(); }},
+        {"mode", [=] { return canvas->shapeMode(); }},
+        {"erase", [=] { return canvas->shapeErase(); }},
+        {"preview", [=] { return canvas->previewOpacity(); }}};
+    return probes.value(what)();
+}
+
+bool same(const QVariant &a, const QVariant &b)
+{
+    bool numeric = false;
+    const double x = a.toDouble(&numeric);
+    if (numeric && a.typeId() != QMetaType::QString)
+        return qAbs(x - b.toDouble()) < 1e-4;
+    return a.toString() == b.toString();
 }
 
 // A source whose hand-off of the live image takes longer than the editor's
@@ -121,17 +191,14 @@ public:
     QSize canvasSize() const override { return QSize(640, 360); }
     QString canvasKey() const override { return QString(); }
     void commit(const QVector<Stroke> &, const QImage &) override {}
-    void setLiveImage(const QImage &) override
-    {
-        ++liveImages;
-        QThread::msleep(12);
-    }
+    void setLiveImage(const QImage &) override { ++liveImages, QThread::msleep(12); }
     void setJitterEnabled(bool) override {}
     void setJitterAmount(float) override {}
     void setJitterInterval(float) override {}
     QImage captureScene() override { return QImage(); }
     void setRemovedCallback(std::function<void()>) override {}
 };
+
 } // namespace
 
 class TestDrawingWindow : public QObject {
@@ -142,44 +209,24 @@ private slots:
     void init();
     void cleanup();
 
-    void titleAndControlRow();
-    void popupsAreHiddenFramesWithTheirStyle_data();
-    void popupsAreHiddenFramesWithTheirStyle();
-    void brushSpinAboveSliderRange();
-    void brushSliderDrivesSpinAndCanvas();
-    void wiggleSpeedMapsToInterval_data();
-    void wiggleSpeedMapsToInterval();
-    void wiggleAmountMapsToPixels_data();
-    void wiggleAmountMapsToPixels();
-    void colourAndOpacityReachCanvasAndSwatch();
-    void pressOutsidePopupClosesIt_data();
-    void pressOutsidePopupClosesIt();
-    void wiggleOffClosesItsPopup();
-    void toolChangeClosesShapesPopup();
-    void shapeModeSetsShapesIcon();
-    void layersDoNothingWhilePinned();
-    void popupStaysInsideWindow();
-
-    void settingsAppliedWithClamps_data();
-    void settingsAppliedWithClamps();
-    void settingsWrittenOnClose();
-
-    void ctrlZInSpinBoxUndoes();
-    void redoChords_data();
-    void redoChords();
-    void inactiveWindowOnlyLogs();
-    void coopWindowNeitherLogsNorClaims();
-
-    void coopWindowFlavour();
-    void coopStrokesGoToSharedPicture();
-    void usersPopupRowsAsHost();
-    void usersPopupRowsAsClient();
-    void usersPopupAlignsWithButton();
-    void usersPopupFollowsLiveSession();
-    void coopWindowFollowsSession();
-
+    void settingsRoundTrip_data();
+    void settingsRoundTrip();
+    void popupsOpenAndClose_data();
+    void popupsOpenAndClose();
+    void popupClosingActions_data();
+    void popupClosingActions();
+    void enterClicksNothing();
+    void narrowWindowKeepsControlsApart();
+    void undoChords_data();
+    void undoChords();
+    void inactiveEditorStaysQuiet();
     void slowHandOffIsLogged();
-    void screenshotsOfPopups();
+    void usersPopupRows_data();
+    void usersPopupRows();
+    void coopEditor();
+    void coopEditorFollowsSession();
+    void themesReadable_data();
+    void themesReadable();
 
 private:
     QTemporaryDir m_settings;
@@ -201,822 +248,541 @@ void TestDrawingWindow::init()
 
 void TestDrawingWindow::cleanup()
 {
+    CoopSession::instance().stop();
     CoopCanvas::instance().clear();
+    QApplication::setPalette(QApplication::style()->standardPalette());
 }
 
-void TestDrawingWindow::slowHandOffIsLogged()
-{
-    auto source = std::make_unique<SlowSource>();
-    SlowSource *slow = source.get();
-    DrawingWindow window(std::move(source), nullptr, false);
-    window.resize(900, 600);
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
-    QWidget *canvas = window.canvas();
-    QTest::qWait(40); // past the shared throttle of any earlier window
-    LogCapture::clear();
-    press(canvas, QPointF(100, 100));
-    moveTo(canvas, QPointF(160, 120));
-    release(canvas, QPointF(160, 120));
-
-    QCOMPARE(slow->liveImages, 1);
-    const QStringList lines = LogCapture::matching("[PD] onDrawingUpdated:");
-    QCOMPARE(lines.size(), 1);
-    static const QRegularExpression format(
-        QStringLiteral("^\\[PD\\] onDrawingUpdated: composite \\d+ ms \\| upload (\\d+) ms$"));
-    const QRegularExpressionMatch match = format.match(lines.first());
-    QVERIFY2(match.hasMatch(), qPrintable(lines.first()));
-    QVERIFY(match.captured(1).toInt() >= 12);
-}
-
-void TestDrawingWindow::titleAndControlRow()
-{
-    auto w = newWindow();
-    QCOMPARE(w->windowTitle(), QString("Pennoria Canvas \u2014 Draw"));
-    QVERIFY(!w->isModal());
-    QCOMPARE(w->colorButton()->size(), QSize(28, 28));
-    QCOMPARE(w->colorButton()->toolTip(), QString("Toggle colour picker"));
-    QCOMPARE(w->colorButton()->styleSheet(),
-             QString("background-color: #ff000000; border: 1px solid #888;"));
-    QCOMPARE(w->undoButton()->toolTip(), QString("Undo  (Ctrl+Z)"));
-    QCOMPARE(w->redoButton()->toolTip(), QString("Redo  (Ctrl+Y  /  Ctrl+Shift+Z)"));
-    QCOMPARE(w->undoButton()->iconSize(), QSize(24, 24));
-    QVERIFY(!w->undoButton()->isEnabled());
-    QVERIFY(!w->redoButton()->isEnabled());
-    QCOMPARE(w->brushSlider()->width(), 110);
-    QCOMPARE(w->brushSlider()->maximum(), 150);
-    QCOMPARE(w->brushSpin()->maximum(), 9999);
-    QCOMPARE(w->brushSpin()->suffix(), QString(" px"));
-    QCOMPARE(w->brushSpin()->value(), 8);
-
-    const QStringList tips{"Brush", "Eraser", "Fill Bucket  (hold for tolerance)", "Shapes"};
-    for (int id = 0; id < 4; ++id) {
-        QAbstractButton *button = w->toolGroup()->button(id);
-        QCOMPARE(button->toolTip(), tips[id]);
-        QCOMPARE(button->size(), QSize(32, 32));
-        QCOMPARE(button->iconSize(), QSize(20, 20));
-        QVERIFY(button->isCheckable());
-    }
-    QCOMPARE(w->toolGroup()->checkedId(), 0);
-    QVERIFY(w->fillButton()->showIndicator);
-    QCOMPARE(w->jitterButton()->toolTip(), QString("Jitter  (hold for amount)"));
-    QVERIFY(w->jitterButton()->isCheckable());
-    QVERIFY(!w->toolGroup()->buttons().contains(w->jitterButton()));
-    QCOMPARE(w->previewButton()->toolTip(), QString("Preview Scene  (hold for opacity)"));
-    QCOMPARE(w->layersButton()->toolTip(), QString("Layers"));
-    QVERIFY(w->layersButton()->autoRaise());
-    QCOMPARE(w->clearButton()->text(), QString("Clear"));
-    QCOMPARE(w->clearButton()->minimumWidth(), 64);
-
-    auto *toolBox = w->findChild<QFrame *>("toolBox");
-    QVERIFY(toolBox);
-    QCOMPARE(toolBox->frameStyle(), 17);
-    QCOMPARE(toolBox->styleSheet(),
-             QString("QFrame#toolBox { border: 1px solid palette(mid); border-radius: 3px;         "
-                     "         background: palette(button); padding: 1px; }QPushButton { border: "
-                     "none; border-radius: 2px; padding: 2px; min-width: 0px; }QPushButton:checked "
-                     "{ background: palette(highlight);                       color: "
-                     "palette(highlighted-text); }QPushButton:hover:!checked { background: "
-                     "palette(midlight); }"));
-
-    CanvasWidget *canvas = w->canvas();
-    QCOMPARE(canvas->canvasWidth(), 1920);
-    QCOMPARE(canvas->minimumSize(), QSize(320, 180));
-    QCOMPARE(canvas->focusPolicy(), Qt::StrongFocus);
-    QCOMPARE(w->saveTimer()->interval(), 1500);
-    QVERIFY(w->saveTimer()->isSingleShot());
-    QCOMPARE(w->previewTimer()->interval(), 100);
-}
-
-void TestDrawingWindow::popupsAreHiddenFramesWithTheirStyle_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<int>("frameStyle");
-    QTest::newRow("colour") << "colorPickerSection" << 0;
-    QTest::newRow("jitter") << "jitterPopup" << 17;
-    QTest::newRow("fill") << "fillPopup" << 17;
-    QTest::newRow("shapes") << "shapesPopup" << 17;
-    QTest::newRow("preview") << "previewPopup" << 17;
-    QTest::newRow("layers") << "layersPopup" << 17;
-}
-
-void TestDrawingWindow::popupsAreHiddenFramesWithTheirStyle()
-{
-    QFETCH(QString, name);
-    QFETCH(int, frameStyle);
-    auto w = newWindow();
-    auto *popup = w->findChild<QFrame *>(name);
-    QVERIFY(popup);
-    QCOMPARE(popup->parentWidget(), w.get());
-    QVERIFY(popup->isHidden());
-    QCOMPARE(popup->frameStyle(), frameStyle);
-    QVERIFY(popup->styleSheet().startsWith(popupStyle(name)));
-}
-
-void TestDrawingWindow::brushSpinAboveSliderRange()
-{
-    auto w = newWindow();
-    w->show();
-    QSpinBox *spin = w->brushSpin();
-    spin->setFocus();
-    spin->selectAll();
-    QTest::keyClicks(spin, "400");
-    QCOMPARE(spin->value(), 400);
-    QCOMPARE(w->canvas()->brushSize(), 400.0f);
-    QCOMPARE(w->brushSlider()->value(), 150);
-}
-
-void TestDrawingWindow::brushSliderDrivesSpinAndCanvas()
-{
-    auto w = newWindow();
-    w->brushSlider()->setValue(42);
-    QCOMPARE(w->brushSpin()->value(), 42);
-    QCOMPARE(w->canvas()->brushSize(), 42.0f);
-}
-
-void TestDrawingWindow::wiggleSpeedMapsToInterval_data()
-{
-    QTest::addColumn<int>("percent");
-    QTest::addColumn<int>("intervalMs");
-    QTest::newRow("0") << 0 << 1000;
-    QTest::newRow("20") << 20 << 166;
-    QTest::newRow("100") << 100 << 33;
-}
-
-void TestDrawingWindow::wiggleSpeedMapsToInterval()
-{
-    QFETCH(int, percent);
-    QFETCH(int, intervalMs);
-    auto w = newWindow();
-    w->jitterSpeedSpin()->setValue(percent == 50 ? 49 : 50);
-    w->jitterSpeedSpin()->setValue(percent);
-    QCOMPARE(w->jitterSpeedSlider()->value(), percent);
-    QCOMPARE(w->canvas()->wiggleInterval(), intervalMs);
-    w->jitterSpeedSlider()->setValue(50);
-    w->jitterSpeedSlider()->setValue(percent);
-    QCOMPARE(w->jitterSpeedSpin()->value(), percent);
-    QCOMPARE(w->canvas()->wiggleInterval(), intervalMs);
-}
-
-void TestDrawingWindow::wiggleAmountMapsToPixels_data()
-{
-    QTest::addColumn<int>("percent");
-    QTest::addColumn<float>("pixels");
-    QTest::newRow("0") << 0 << 0.1f;
-    QTest::newRow("50") << 50 << 2.05f;
-    QTest::newRow("100") << 100 << 4.0f;
-}
-
-void TestDrawingWindow::wiggleAmountMapsToPixels()
-{
-    QFETCH(int, percent);
-    QFETCH(float, pixels);
-    auto w = newWindow();
-    w->jitterAmountSlider()->setValue(percent == 30 ? 31 : 30);
-    w->jitterAmountSlider()->setValue(percent);
-    QCOMPARE(w->jitterAmountSpin()->value(), percent);
-    QCOMPARE(w->canvas()->wiggleAmount(), pixels);
-}
-
-void TestDrawingWindow::colourAndOpacityReachCanvasAndSwatch()
-{
-    auto w = newWindow();
-    w->onColorChanged(QColor(10, 200, 30, 12));
-    QCOMPARE(w->brushColor(), QColor(10, 200, 30));
-    QCOMPARE(w->canvas()->brushColor(), QColor(10, 200, 30));
-    w->opacitySlider()->setValue(50);
-    QCOMPARE(w->opacityLabel()->text(), QString("50%"));
-    QCOMPARE(w->canvas()->brushColor(), QColor(10, 200, 30, 127));
-    QCOMPARE(w->colorButton()->styleSheet(),
-             QString("background-color: #7f0ac81e; border: 1px solid #888;"));
-    w->onColorChanged(QColor());
-    QCOMPARE(w->brushColor(), QColor(10, 200, 30));
-}
-
-void TestDrawingWindow::pressOutsidePopupClosesIt_data()
-{
-    QTest::addColumn<QString>("name");
-    for (const char *name : {"colorPickerSection", "jitterPopup", "fillPopup", "shapesPopup",
-                             "previewPopup", "layersPopup"})
-        QTest::newRow(name) << QString(name);
-}
-
-void TestDrawingWindow::pressOutsidePopupClosesIt()
-{
-    QFETCH(QString, name);
-    auto w = newWindow();
-    w->resize(1100, 720);
-    w->show();
-    QVERIFY(QTest::qWaitForWindowExposed(w.get()));
-    const PopupCase c = popupCase(w.get(), name);
-
-    c.open();
-    QVERIFY(c.isOpen());
-    QVERIFY(c.popup->isVisible());
-    // Below its button, inside the window.
-    QVERIFY(c.popup->y() >= c.anchor->mapTo(w.get(), QPoint(0, 0)).y() + c.anchor->height());
-
-    // A press inside the pop-up or on its button leaves it to them.
-    QTest::mousePress(c.popup, Qt::LeftButton, {}, QPoint(2, 2));
-    QTest::mouseRelease(c.popup, Qt::LeftButton, {}, QPoint(2, 2));
-    QVERIFY(c.isOpen());
-    QTest::mousePress(c.anchor, Qt::LeftButton, {}, QPoint(3, 3));
-    QVERIFY(c.isOpen());
-    QVERIFY(c.popup->isVisible());
-    QTest::mouseRelease(c.anchor, Qt::LeftButton, {}, QPoint(3, 3));
-
-    if (!c.isOpen()) // the button's click toggled it shut itself
-        c.open();
-    QVERIFY(c.isOpen());
-    QTest::mousePress(w->clearButton(), Qt::LeftButton, {}, QPoint(3, 3));
-    QVERIFY(!c.isOpen());
-    QVERIFY(c.popup->isHidden());
-    QTest::mouseRelease(w->clearButton(), Qt::LeftButton, {}, QPoint(3, 3));
-}
-
-void TestDrawingWindow::wiggleOffClosesItsPopup()
-{
-    auto w = newWindow();
-    w->show();
-    w->jitterButton()->click();
-    QVERIFY(w->canvas()->wiggleEnabled());
-    w->onJitterBtnLongPress();
-    QVERIFY(w->isJitterPopupOpen());
-    w->jitterButton()->click();
-    QVERIFY(!w->canvas()->wiggleEnabled());
-    QVERIFY(!w->isJitterPopupOpen());
-    QVERIFY(w->jitterPopup()->isHidden());
-}
-
-void TestDrawingWindow::toolChangeClosesShapesPopup()
-{
-    auto w = newWindow();
-    w->show();
-    w->shapesButton()->click();
-    QCOMPARE(w->canvas()->tool(), int(Tool::Shapes));
-    QVERIFY(w->isShapesPopupOpen());
-    w->shapesButton()->click(); // a second click folds the pop-up, the tool stays
-    QVERIFY(!w->isShapesPopupOpen());
-    QCOMPARE(w->canvas()->tool(), int(Tool::Shapes));
-    w->shapesButton()->click();
-    QVERIFY(w->isShapesPopupOpen());
-    w->toolGroup()->button(1)->click();
-    QCOMPARE(w->canvas()->tool(), int(Tool::Eraser));
-    QVERIFY(!w->isShapesPopupOpen());
-    QVERIFY(w->shapesPopup()->isHidden());
-}
-
-void TestDrawingWindow::shapeModeSetsShapesIcon()
-{
-    auto w = newWindow();
-    const QImage filled = w->shapesButton()->icon().pixmap(20, 20).toImage();
-    w->shapeModeGroup()->button(1)->click();
-    QCOMPARE(w->canvas()->shapeMode(), 1);
-    const QImage outline = w->shapesButton()->icon().pixmap(20, 20).toImage();
-    QVERIFY(outline != filled);
-    w->shapeTypeGroup()->button(4)->click();
-    QCOMPARE(w->canvas()->shapeType(), 4);
-    w->shapeEraseButton()->click();
-    QVERIFY(w->canvas()->shapeErase());
-    QCOMPARE(w->shapeTypeGroup()->button(4)->toolTip(), QString("Star"));
-    QCOMPARE(w->shapeModeGroup()->button(0)->toolTip(), QString("Filled"));
-    QCOMPARE(w->shapeEraseButton()->toolTip(), QString("Erase shape area"));
-}
-
-void TestDrawingWindow::layersDoNothingWhilePinned()
-{
-    auto w = newWindow();
-    w->resize(1100, 720);
-    w->show();
-    QVERIFY(QTest::qWaitForWindowExposed(w.get()));
-    w->layersButton()->click();
-    QVERIFY(w->isLayersPopupOpen());
-    QVERIFY(w->layersPopup()->isVisible());
-
-    w->popupLayerPanel()->pinButton()->click();
-    QVERIFY(w->isLayersPinned());
-    QVERIFY(!w->isLayersPopupOpen());
-    QVERIFY(w->layersPopup()->isHidden());
-    QVERIFY(w->dockedLayerPanel()->isVisible());
-    QVERIFY(w->popupLayerPanel()->isPinned());
-    QVERIFY(w->dockedLayerPanel()->isPinned());
-
-    w->layersButton()->click();
-    QVERIFY(!w->isLayersPopupOpen());
-    QVERIFY(w->layersPopup()->isHidden());
-
-    w->dockedLayerPanel()->pinButton()->click();
-    QVERIFY(!w->isLayersPinned());
-    QVERIFY(w->dockedLayerPanel()->isHidden());
-    w->layersButton()->click();
-    QVERIFY(w->isLayersPopupOpen());
-}
-
-void TestDrawingWindow::popupStaysInsideWindow()
-{
-    auto w = newWindow();
-    w->resize(1100, 720);
-    w->show();
-    QVERIFY(QTest::qWaitForWindowExposed(w.get()));
-    w->layersButton()->click();
-    QFrame *popup = w->layersPopup();
-    QCOMPARE(popup->x() + popup->width(), w->width() - 4);
-    w->resize(1000, 720);
-    QTRY_COMPARE(popup->x() + popup->width(), w->width() - 4);
-}
-
-void TestDrawingWindow::settingsAppliedWithClamps_data()
+void TestDrawingWindow::settingsRoundTrip_data()
 {
     QTest::addColumn<QString>("key");
     QTest::addColumn<QVariant>("stored");
+    QTest::addColumn<QString>("shownBy");
+    QTest::addColumn<QVariant>("shown");
+    QTest::addColumn<QString>("change");
+    QTest::addColumn<QVariant>("to");
+    QTest::addColumn<QVariant>("saved");
     QTest::addColumn<QString>("probe");
-    QTest::addColumn<QVariant>("expected");
-
-    QTest::newRow("tool 7") << "tool" << QVariant(7) << "tool" << QVariant(3);
-    QTest::newRow("tool -2") << "tool" << QVariant(-2) << "tool" << QVariant(0);
-    QTest::newRow("fill 999") << "fillTolerance" << QVariant(999) << "fill" << QVariant(255);
-    QTest::newRow("bad colour") << "color" << QVariant("#12345") << "color"
-                                << QVariant(QColor(Qt::black));
-    QTest::newRow("colour") << "color" << QVariant("#2080f0") << "color"
-                            << QVariant(QColor(0x20, 0x80, 0xf0));
-    QTest::newRow("brush 0") << "brushSize" << QVariant(0) << "brush" << QVariant("1 0 1");
-    QTest::newRow("brush 400") << "brushSize" << QVariant(400) << "brush"
-                               << QVariant("400 400 150");
-    QTest::newRow("mode 5") << "shapeMode" << QVariant(5) << "mode" << QVariant(1);
-    QTest::newRow("mode -1") << "shapeMode" << QVariant(-1) << "mode" << QVariant(0);
-    QTest::newRow("shape 12") << "shapeType" << QVariant(12) << "shape" << QVariant(9);
-    QTest::newRow("jitter speed 300")
-        << "jitterSpeed" << QVariant(300) << "speed" << QVariant("100 33");
-    QTest::newRow("jitter on") << "jitterEnabled" << QVariant(true) << "jitter" << QVariant(true);
-    QTest::newRow("opacity 40") << "opacity" << QVariant(40) << "opacity" << QVariant("40% 102");
-    QTest::newRow("preview -5") << "previewOpacity" << QVariant(-5) << "preview" << QVariant("0 0");
+    QTest::addColumn<QVariant>("before");
+    QTest::addColumn<QVariant>("after");
+    const QVariant none;
+    QTest::newRow("size") << "brushSize" << QVariant(400) << "brushSizeSlider" << QVariant(150)
+                          << "brushSizeSpin" << QVariant(12) << QVariant(12) << "brush"
+                          << QVariant(400) << QVariant(12);
+    QTest::newRow("tool") << "tool" << QVariant(2) << "fillButton" << QVariant(true)
+                          << "eraserButton" << none << QVariant(1) << "tool" << QVariant(2)
+                          << QVariant(1);
+    QTest::newRow("colour") << "color" << QVariant("#2080f0") << "" << none << "picker"
+                            << QVariant("#010203") << QVariant("#010203") << "color"
+                            << QVariant("#ff2080f0") << QVariant("#ff010203");
+    QTest::newRow("opacity") << "opacity" << QVariant(40) << "opacityLabel" << QVariant("40%")
+                             << "opacitySlider" << QVariant(70) << QVariant(70) << "color"
+                             << QVariant("#66000000") << QVariant("#b2000000");
+    QTest::newRow("fill") << "fillTolerance" << QVariant(12) << "fillToleranceSpin" << QVariant(12)
+                          << "fillToleranceSlider" << QVariant(99) << QVariant(99) << "fill"
+                          << QVariant(12) << QVariant(99);
+    QTest::newRow("amount") << "jitterAmount" << QVariant(100) << "jitterAmountSlider"
+                            << QVariant(100) << "jitterAmountSpin" << QVariant(0) << QVariant(0)
+                            << "amount" << QVariant(4.0) << QVariant(0.1);
+    QTest::newRow("speed") << "jitterSpeed" << QVariant(5) << "jitterSpeedSpin" << QVariant(5)
+                           << "jitterSpeedSlider" << QVariant(100) << QVariant(100) << "interval"
+                           << QVariant(500) << QVariant(33);
+    QTest::newRow("wiggle") << "jitterEnabled" << QVariant(true) << "jitterButton" << QVariant(true)
+                            << "jitterButton" << none << QVariant(false) << "wiggle"
+                            << QVariant(true) << QVariant(false);
+    QTest::newRow("shape") << "shapeType" << QVariant(7) << "shapeArrow" << QVariant(true)
+                           << "shapeStar" << none << QVariant(4) << "shape" << QVariant(7)
+                           << QVariant(4);
+    QTest::newRow("mode") << "shapeMode" << QVariant(1) << "shapeOutline" << QVariant(true)
+                          << "shapeFilled" << none << QVariant(0) << "mode" << QVariant(1)
+                          << QVariant(0);
+    QTest::newRow("erase") << "shapeErase" << QVariant(true) << "shapeEraseButton" << QVariant(true)
+                           << "shapeEraseButton" << none << QVariant(false) << "erase"
+                           << QVariant(true) << QVariant(false);
+    QTest::newRow("preview") << "previewOpacity" << QVariant(33) << "previewOpacitySpin"
+                             << QVariant(33) << "previewOpacitySlider" << QVariant(80)
+                             << QVariant(80) << "preview" << QVariant(0.33) << QVariant(0.8);
 }
 
-void TestDrawingWindow::settingsAppliedWithClamps()
+// Every field of the settings, through its feature: applied to the control and
+// the canvas at start, the control's change reaching the canvas (and its
+// paired control), collected on close. Faults: a feature that skips, swaps or
+// mis-maps a field; a pair that does not follow; a control that does not
+// reach the canvas.
+void TestDrawingWindow::settingsRoundTrip()
 {
     QFETCH(QString, key);
     QFETCH(QVariant, stored);
+    QFETCH(QString, shownBy);
+    QFETCH(QString, change);
+    QFETCH(QVariant, to);
     QFETCH(QString, probe);
-    QFETCH(QVariant, expected);
-    {
-        QSettings s = store();
-        s.setValue(key, stored);
+    store().setValue(key, stored);
+    auto w = shown();
+    CanvasWidget *canvas = canvasOf(w.get());
+    if (!shownBy.isEmpty()) {
+        const QObject *control = named<QObject>(w.get(), qPrintable(shownBy));
+        QVERIFY(control);
+        const char *property = qobject_cast<const QAbstractButton *>(control) ? "checked"
+                               : qobject_cast<const QLabel *>(control)        ? "text"
+                                                                              : "value";
+        QTEST(control->property(property), "shown");
     }
-    auto w = newWindow();
-    QVariant actual;
-    if (probe == "tool") {
-        QCOMPARE(w->canvas()->tool(), expected.toInt());
-        actual = w->toolGroup()->checkedId();
-    } else if (probe == "fill") {
-        QCOMPARE(w->fillSpin()->value(), expected.toInt());
-        QCOMPARE(w->canvas()->fillTolerance(), expected.toInt());
-        actual = w->fillSlider()->value();
-    } else if (probe == "color") {
-        QCOMPARE(w->canvas()->brushColor(), expected.value<QColor>());
-        QCOMPARE(w->colorPicker()->color(), expected.value<QColor>());
-        actual = w->brushColor();
-    } else if (probe == "brush") {
-        actual = QString("%1 %2 %3")
-                     .arg(w->brushSpin()->value())
-                     .arg(w->canvas()->brushSize())
-                     .arg(w->brushSlider()->value());
-    } else if (probe == "mode") {
-        QCOMPARE(w->canvas()->shapeMode(), expected.toInt());
-        actual = w->shapeModeGroup()->checkedId();
-    } else if (probe == "shape") {
-        QCOMPARE(w->canvas()->shapeType(), expected.toInt());
-        actual = w->shapeTypeGroup()->checkedId();
-    } else if (probe == "speed") {
-        QCOMPARE(w->jitterSpeedSpin()->value(), w->jitterSpeedSlider()->value());
-        actual = QString("%1 %2")
-                     .arg(w->jitterSpeedSlider()->value())
-                     .arg(w->canvas()->wiggleInterval());
-    } else if (probe == "jitter") {
-        QCOMPARE(w->canvas()->wiggleEnabled(), expected.toBool());
-        actual = w->jitterButton()->isChecked();
-    } else if (probe == "opacity") {
-        actual =
-            QString("%1 %2").arg(w->opacityLabel()->text()).arg(w->canvas()->brushColor().alpha());
-    } else if (probe == "preview") {
-        actual = QString("%1 %2").arg(w->previewSpin()->value()).arg(w->canvas()->previewOpacity());
-    }
-    QCOMPARE(actual, expected);
-}
+    QFETCH(QVariant, before);
+    QVERIFY2(same(::probe(canvas, probe), before), qPrintable(::probe(canvas, probe).toString()));
 
-void TestDrawingWindow::settingsWrittenOnClose()
-{
-    auto w = newWindow();
-    w->show();
-    w->brushSpin()->setValue(400);
-    w->toolGroup()->button(2)->click();
-    w->onColorChanged(QColor(1, 2, 3));
-    w->opacitySlider()->setValue(70);
-    w->fillSlider()->setValue(12);
-    w->jitterAmountSpin()->setValue(77);
-    w->jitterSpeedSpin()->setValue(5);
-    w->jitterButton()->click();
-    w->shapeTypeGroup()->button(7)->click();
-    w->shapeModeGroup()->button(1)->click();
-    w->shapeEraseButton()->click();
-    w->previewSpin()->setValue(33);
+    if (change == "picker") {
+        emit w->findChild<ColorPickerWidget *>()->colorChanged(QColor(to.toString()));
+    } else if (auto *button = w->findChild<QAbstractButton *>(change)) {
+        button->click();
+    } else {
+        QObject *control = named<QObject>(w.get(), qPrintable(change));
+        control->setProperty("value", to);
+        const bool spin = change.endsWith("Spin");
+        QString partner = change;
+        partner.replace(spin ? "Spin" : "Slider", spin ? "Slider" : "Spin");
+        if (QObject *other = w->findChild<QObject *>(partner))
+            QCOMPARE(other->property("value").toInt(),
+                     std::min(to.toInt(), other->property("maximum").toInt()));
+    }
+    QFETCH(QVariant, after);
+    QVERIFY2(same(::probe(canvas, probe), after), qPrintable(::probe(canvas, probe).toString()));
+
+    w->resize(700, 500);
     w->close();
-
-    QSettings s = store();
-    QCOMPARE(s.value("brushSize").toInt(), 400);
-    QCOMPARE(s.value("tool").toInt(), 2);
-    QCOMPARE(s.value("color").toString(), QString("#010203"));
-    QCOMPARE(s.value("opacity").toInt(), 70);
-    QCOMPARE(s.value("fillTolerance").toInt(), 12);
-    QCOMPARE(s.value("jitterAmount").toInt(), 77);
-    QCOMPARE(s.value("jitterSpeed").toInt(), 5);
-    QCOMPARE(s.value("jitterEnabled").toBool(), true);
-    QCOMPARE(s.value("shapeType").toInt(), 7);
-    QCOMPARE(s.value("shapeMode").toInt(), 1);
-    QCOMPARE(s.value("shapeErase").toBool(), true);
-    QCOMPARE(s.value("previewOpacity").toInt(), 33);
-    QVERIFY(!s.value("windowGeometry").toByteArray().isEmpty());
-
-    // The next window starts where this one left off.
-    auto next = newWindow();
-    QCOMPARE(next->brushSpin()->value(), 400);
-    QCOMPARE(next->toolGroup()->checkedId(), 2);
-    QCOMPARE(next->canvas()->brushColor(), QColor(1, 2, 3, 178));
-    QCOMPARE(next->geometry().size(), w->geometry().size());
+    QFETCH(QVariant, saved);
+    QVERIFY2(same(store().value(key), saved), qPrintable(store().value(key).toString()));
+    // The next editor opens where this one was.
+    auto next = std::make_unique<DrawingWindow>(nullptr, nullptr);
+    QCOMPARE(next->size(), QSize(700, 500));
 }
 
-void TestDrawingWindow::ctrlZInSpinBoxUndoes()
+void TestDrawingWindow::popupsOpenAndClose_data()
 {
-    auto w = newWindow();
-    w->resize(1100, 720);
-    w->show();
-    w->activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(w.get()));
-    strokeAcross(w->canvas());
-    QVERIFY(w->canvas()->canUndo());
-    QVERIFY(w->undoButton()->isEnabled());
-
-    w->brushSpin()->setFocus();
-    QWidget *focus = QApplication::focusWidget();
-    QVERIFY(focus == w->brushSpin() || focus->parentWidget() == w->brushSpin());
-    const QByteArray focusClass = focus->metaObject()->className();
-    LogCapture::clear();
-    QTest::keyClick(focus, Qt::Key_Z, Qt::ControlModifier);
-
-    QVERIFY(!w->canvas()->canUndo());
-    QVERIFY(w->canvas()->canRedo());
-    QCOMPARE(w->brushSpin()->value(), 8);
-    QCOMPARE(LogCapture::matching("[PD-Undo]"),
-             QStringList({undoLine("ShortcutOverride", "Z", 1, "DrawingWindow", focusClass),
-                          undoLine("KeyPress", "Z", 1, "DrawingWindow", focusClass),
-                          "[PD-Undo]   -> canvas UNDO"}));
+    QTest::addColumn<QString>("popup");
+    QTest::addColumn<QString>("anchor");
+    QTest::addColumn<bool>("hold");
+    QTest::newRow("colour") << "colorPickerSection" << "colorButton" << false;
+    QTest::newRow("wiggle") << "jitterPopup" << "jitterButton" << true;
+    QTest::newRow("fill") << "fillPopup" << "fillButton" << true;
+    QTest::newRow("shapes") << "shapesPopup" << "shapesButton" << false;
+    QTest::newRow("preview") << "previewPopup" << "previewButton" << true;
+    QTest::newRow("layers") << "layersPopup" << "layersButton" << false;
 }
 
-void TestDrawingWindow::redoChords_data()
+// Faults: a pop-up that opens elsewhere than under its button or outside the
+// window, stays open on a press outside, closes on a press inside, or lets
+// the press that closes it paint a dot on the canvas.
+void TestDrawingWindow::popupsOpenAndClose()
+{
+    QFETCH(QString, popup);
+    QFETCH(QString, anchor);
+    QFETCH(bool, hold);
+    auto w = shown();
+    auto *frame = named<QWidget>(w.get(), qPrintable(popup));
+    auto *button = named<QWidget>(w.get(), qPrintable(anchor));
+    CanvasWidget *canvas = canvasOf(w.get());
+    const auto open = [&] { hold ? longPress(button) : QTest::mouseClick(button, Qt::LeftButton); };
+    QVERIFY(frame->isHidden());
+    open();
+    QVERIFY(frame->isVisible());
+    QVERIFY(frame->y() >= button->mapTo(w.get(), QPoint(0, button->height())).y());
+    QVERIFY(QRect(4, 4, w->width() - 8, w->height() - 8).contains(frame->geometry()));
+
+    QTest::mouseClick(frame, Qt::LeftButton, {}, QPoint(2, 2));
+    QTest::mousePress(button, Qt::LeftButton, {}, QPoint(3, 3));
+    QVERIFY(frame->isVisible());
+    QTest::mouseRelease(button, Qt::LeftButton, {}, QPoint(3, 3));
+    if (frame->isHidden()) // the button's click toggled it shut itself
+        open();
+    w->resize(900, 720);
+    QTRY_VERIFY(frame->geometry().right() <= w->width() - 4);
+
+    clickThroughWindow(canvas);
+    QVERIFY(frame->isHidden());
+    QVERIFY(!canvas->canUndo());
+    QVERIFY(canvas->currentStroke().points.isEmpty());
+}
+
+void TestDrawingWindow::popupClosingActions_data()
+{
+    QTest::addColumn<QStringList>("before");
+    QTest::addColumn<QString>("popup");
+    QTest::addColumn<QString>("opener");
+    QTest::addColumn<QStringList>("after");
+    QTest::addColumn<int>("tool");
+    QTest::newRow("wiggle off") << QStringList{"jitterButton"} << "jitterPopup"
+                                << "jitterButton" << QStringList{"jitterButton"} << 0;
+    QTest::newRow("preview off") << QStringList{"previewButton"} << "previewPopup"
+                                 << "previewButton" << QStringList{"previewButton"} << 0;
+    QTest::newRow("other tool") << QStringList() << "shapesPopup" << "shapesButton"
+                                << QStringList{"eraserButton"} << 1;
+    QTest::newRow("shapes again folds")
+        << QStringList() << "shapesPopup" << "shapesButton" << QStringList{"shapesButton"} << 3;
+    QTest::newRow("pinned layers") << QStringList() << "layersPopup" << "layersButton"
+                                   << QStringList{"popupLayerPanel/pinButton", "layersButton"} << 0;
+}
+
+// Faults: turning the wiggle or the preview off, choosing another tool or
+// pinning the layers leaves a pop-up of no use open; a click on Layers
+// while they are pinned opens the pop-up anyway.
+void TestDrawingWindow::popupClosingActions()
+{
+    QFETCH(QStringList, before);
+    QFETCH(QString, popup);
+    QFETCH(QString, opener);
+    QFETCH(QStringList, after);
+    auto w = shown();
+    for (const QString &path : before)
+        click(w.get(), path);
+    auto *frame = named<QWidget>(w.get(), qPrintable(popup));
+    auto *button = named<QWidget>(w.get(), qPrintable(opener));
+    before.isEmpty() ? QTest::mouseClick(button, Qt::LeftButton) : longPress(button);
+    QVERIFY(frame->isVisible());
+    for (const QString &path : after)
+        click(w.get(), path);
+    QVERIFY(frame->isHidden());
+    QTEST(canvasOf(w.get())->tool(), "tool");
+    QVERIFY(!canvasOf(w.get())->wiggleEnabled() && !canvasOf(w.get())->previewEnabled());
+    if (popup == "layersPopup") {
+        auto *docked = named<QWidget>(w.get(), "dockedLayerPanel");
+        QVERIFY(docked->isVisible());
+        click(w.get(), "dockedLayerPanel/pinButton");
+        QVERIFY(docked->isHidden());
+        click(w.get(), "layersButton");
+        QVERIFY(frame->isVisible());
+    }
+}
+
+// Fault: Enter after typing a size clicks a button of the dialog (Brush).
+void TestDrawingWindow::enterClicksNothing()
+{
+    auto w = shown();
+    click(w.get(), "eraserButton");
+    auto *spin = named<QAbstractSpinBox>(w.get(), "brushSizeSpin");
+    spin->setFocus();
+    spin->selectAll();
+    QTest::keyClicks(spin, "12");
+    QTest::keyClick(spin, Qt::Key_Return);
+    QCOMPARE(canvasOf(w.get())->brushSize(), 12.0f);
+    auto *shapes = named<QWidget>(w.get(), "shapesButton");
+    shapes->setFocus();
+    QTest::keyClick(shapes, Qt::Key_Enter);
+    QCOMPARE(canvasOf(w.get())->tool(), int(Tool::Eraser));
+    QVERIFY(w->isVisible());
+}
+
+// Fault: at the narrowest width the window allows, tool buttons lie on each other.
+void TestDrawingWindow::narrowWindowKeepsControlsApart()
+{
+    auto w = shown();
+    for (const int width : {640, w->minimumSizeHint().width()}) {
+        w->resize(width, 600);
+        QTRY_COMPARE(w->width(), std::max(width, w->minimumWidth()));
+        QCoreApplication::processEvents();
+        const int canvasTop = canvasOf(w.get())->mapTo(w.get(), QPoint()).y();
+        QList<QRect> taken;
+        for (QWidget *c : w->findChildren<QWidget *>()) {
+            if (!c->isVisible() ||
+                !(qobject_cast<QAbstractButton *>(c) || qobject_cast<QSlider *>(c) ||
+                  qobject_cast<QAbstractSpinBox *>(c)))
+                continue;
+            const QRect r(c->mapTo(w.get(), QPoint()), c->size());
+            if (r.top() >= canvasTop)
+                continue;
+            QVERIFY2(w->rect().contains(r), qPrintable(c->objectName()));
+            for (const QRect &other : std::as_const(taken))
+                QVERIFY2(!other.intersects(r), qPrintable(c->objectName()));
+            taken << r;
+        }
+        QVERIFY(taken.size() >= 10);
+    }
+}
+
+void TestDrawingWindow::undoChords_data()
 {
     QTest::addColumn<int>("key");
     QTest::addColumn<bool>("shift");
     QTest::addColumn<QString>("keyText");
-    QTest::newRow("Ctrl+Y") << int(Qt::Key_Y) << false << "Y";
-    QTest::newRow("Ctrl+Shift+Y") << int(Qt::Key_Y) << true << "Y+Shift";
-    QTest::newRow("Ctrl+Shift+Z") << int(Qt::Key_Z) << true << "Z+Shift";
+    QTest::addColumn<QString>("action");
+    QTest::newRow("Ctrl+Z") << int(Qt::Key_Z) << false << "Z" << "UNDO";
+    QTest::newRow("Ctrl+Y") << int(Qt::Key_Y) << false << "Y" << "REDO";
+    QTest::newRow("Ctrl+Shift+Y") << int(Qt::Key_Y) << true << "Y+Shift" << "REDO";
+    QTest::newRow("Ctrl+Shift+Z") << int(Qt::Key_Z) << true << "Z+Shift" << "REDO";
 }
 
-void TestDrawingWindow::redoChords()
+// With the focus in the size spin box the chords act on the drawing, each
+// logged once as an override and once as a press. Faults: a chord mapped to
+// the wrong action, left to the focused widget, or logged differently.
+void TestDrawingWindow::undoChords()
 {
     QFETCH(int, key);
     QFETCH(bool, shift);
     QFETCH(QString, keyText);
-    auto w = newWindow();
-    w->resize(1100, 720);
-    w->show();
-    w->activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(w.get()));
-    strokeAcross(w->canvas());
-    w->canvas()->undo();
-    QVERIFY(w->canvas()->canRedo());
-
-    w->clearButton()->setFocus();
+    QFETCH(QString, action);
+    auto w = shown();
+    CanvasWidget *canvas = canvasOf(w.get());
+    strokeAcross(canvas);
+    if (action == "REDO")
+        canvas->undo();
+    named<QWidget>(w.get(), "brushSizeSpin")->setFocus();
+    QWidget *focus = QApplication::focusWidget();
     LogCapture::clear();
-    const Qt::KeyboardModifiers mods =
-        shift ? Qt::ControlModifier | Qt::ShiftModifier : Qt::ControlModifier;
-    QTest::keyClick(w->clearButton(), Qt::Key(key), mods);
-
-    QVERIFY(w->canvas()->canUndo());
-    QVERIFY(!w->canvas()->canRedo());
-    const QByteArray keyBytes = keyText.toLatin1();
-    QCOMPARE(LogCapture::matching("[PD-Undo]"),
-             QStringList({undoLine("ShortcutOverride", keyBytes, 1, "DrawingWindow", "QPushButton"),
-                          undoLine("KeyPress", keyBytes, 1, "DrawingWindow", "QPushButton"),
-                          "[PD-Undo]   -> canvas REDO"}));
+    QTest::keyClick(focus, Qt::Key(key),
+                    shift ? Qt::ControlModifier | Qt::ShiftModifier : Qt::ControlModifier);
+    QCOMPARE(canvas->canUndo(), action == "REDO");
+    QCOMPARE(named<QAbstractSpinBox>(w.get(), "brushSizeSpin")->text(), QString("8 px"));
+    QStringList expected;
+    for (const char *kind : {"ShortcutOverride", "KeyPress"})
+        expected << QString::asprintf(
+            "[PD-Undo] %-16s key=%s | thisActive=1 activeWin=DrawingWindow focus=%s recv=%s", kind,
+            qPrintable(keyText), focus->metaObject()->className(),
+            focus->metaObject()->className());
+    QCOMPARE(LogCapture::matching("[PD-Undo]"), expected << "[PD-Undo]   -> canvas " + action);
 }
 
-void TestDrawingWindow::inactiveWindowOnlyLogs()
+// Faults: an editor that logs, or takes, Ctrl+Z meant for the host's window.
+void TestDrawingWindow::inactiveEditorStaysQuiet()
 {
-    auto w = newWindow();
-    w->show();
-    strokeAcross(w->canvas());
-    QVERIFY(w->canvas()->canUndo());
-
+    auto w = shown();
+    strokeAcross(canvasOf(w.get()));
     QWidget host;
-    auto *hostButton = new QPushButton("host", &host);
-    int hostShortcuts = 0;
-    auto *shortcut = new QShortcut(QKeySequence("Ctrl+Z"), &host);
-    connect(shortcut, &QShortcut::activated, [&hostShortcuts] { ++hostShortcuts; });
+    int hostUndos = 0;
+    connect(new QShortcut(QKeySequence("Ctrl+Z"), &host), &QShortcut::activated,
+            [&hostUndos] { ++hostUndos; });
     host.show();
     host.activateWindow();
     QVERIFY(QTest::qWaitForWindowActive(&host));
-    hostButton->setFocus();
-    QVERIFY(!w->isActiveWindow());
-
     LogCapture::clear();
-    QTest::keyClick(hostButton, Qt::Key_Z, Qt::ControlModifier);
+    QTest::keyClick(&host, Qt::Key_Z, Qt::ControlModifier);
+    QCOMPARE(hostUndos, 1);
+    QVERIFY(canvasOf(w.get())->canUndo());
+    QCOMPARE(LogCapture::matching("[PD-Undo]"), QStringList());
+}
 
-    QVERIFY(w->canvas()->canUndo());
-    QCOMPARE(hostShortcuts, 1);
-    const QStringList lines = LogCapture::matching("[PD-Undo]");
-    QVERIFY(!lines.isEmpty());
-    for (const QString &line : lines) {
-        QVERIFY2(line.contains(" | thisActive=0 activeWin=QWidget focus=QPushButton recv="),
-                 qPrintable(line));
-        QVERIFY(!line.contains("-> canvas"));
+// Faults: a slow hand-off not logged, logged in another form, or the live
+// image not handed over.
+void TestDrawingWindow::slowHandOffIsLogged()
+{
+    auto source = std::make_unique<SlowSource>();
+    SlowSource *slow = source.get();
+    auto w = shown(std::move(source));
+    QWidget *canvas = canvasOf(w.get());
+    QTest::qWait(40); // past the shared throttle of any earlier window
+    LogCapture::clear();
+    mouse(canvas, QEvent::MouseButtonPress, QPointF(100, 100), Qt::LeftButton);
+    mouse(canvas, QEvent::MouseMove, QPointF(160, 120), Qt::LeftButton);
+    mouse(canvas, QEvent::MouseButtonRelease, QPointF(160, 120), Qt::NoButton);
+    QCOMPARE(slow->liveImages, 1);
+    const QStringList lines = LogCapture::matching("[PD] onDrawingUpdated:");
+    QCOMPARE(lines.size(), 1);
+    const QRegularExpressionMatch match =
+        QRegularExpression("^\\[PD\\] onDrawingUpdated: composite \\d+ ms \\| upload (\\d+) ms$")
+            .match(lines.first());
+    QVERIFY2(match.hasMatch() && match.captured(1).toInt() >= 12, qPrintable(lines.first()));
+}
+
+void TestDrawingWindow::usersPopupRows_data()
+{
+    QTest::addColumn<bool>("asHost");
+    QTest::addColumn<QStringList>("rows");
+    QTest::newRow("host") << true
+                          << QStringList{"Ada  (host)  (you)|\u2014", "Anon|35 ms|\u2715 Kick Anon",
+                                         "Bob|\u2026|\u2715 Kick Bob"};
+    QTest::newRow("client") << false
+                            << QStringList{"Ada  (host)|\u2026", "Anon|35 ms", "Bob  (you)|\u2014"};
+}
+
+// Faults: a nameless user not shown as Anon, a wrong ping text, a kick button
+// for a client or on one's own row, a kick of the wrong user, stale rows.
+void TestDrawingWindow::usersPopupRows()
+{
+    QFETCH(bool, asHost);
+    CoopUsersPopup popup;
+    QSignalSpy kicks(&popup, &CoopUsersPopup::kickRequested);
+    popup.setUsers({{9, "Old", 1, false, false}}, asHost);
+    popup.setUsers(
+        {{0, "Ada", -1, true, asHost}, {2, "", 35, false, false}, {3, "Bob", -1, false, !asHost}},
+        asHost);
+    QTEST(rowTexts(&popup), "rows");
+    QCOMPARE(popup.findChildren<QLabel *>("usersHeader").last()->text(),
+             QString("<b>Connected \u2014 3</b>"));
+    if (asHost) {
+        popup.findChildren<QWidget *>("userRow").last()->findChild<QToolButton *>()->click();
+        QCOMPARE(kicks.size(), 1);
+        QCOMPARE(kicks.first().first().toInt(), 3);
     }
 }
 
-void TestDrawingWindow::coopWindowNeitherLogsNorClaims()
+// The co-op flavour. Faults: undo, redo or preview offered where nothing can
+// be undone or previewed; the shared picture's size, tolerance or wiggle not
+// taken; strokes or a clear not shared; files written; Ctrl+Z claimed.
+void TestDrawingWindow::coopEditor()
 {
-    auto w = newWindow(true);
-    int shortcuts = 0;
-    auto *shortcut = new QShortcut(QKeySequence("Ctrl+Z"), w.get());
-    connect(shortcut, &QShortcut::activated, [&shortcuts] { ++shortcuts; });
-    w->show();
-    w->activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(w.get()));
-    strokeAcross(w->canvas());
-    QVERIFY(w->canvas()->canUndo());
-    w->clearButton()->setFocus();
-
-    LogCapture::clear();
-    QTest::keyClick(w->clearButton(), Qt::Key_Z, Qt::ControlModifier);
-    QVERIFY(LogCapture::matching("[PD-Undo]").isEmpty());
-    QCOMPARE(shortcuts, 1);
-    QVERIFY(w->canvas()->canUndo());
-
-    // The same chord in a local editor is claimed before the shortcut sees it.
-    auto local = newWindow();
-    auto *localShortcut = new QShortcut(QKeySequence("Ctrl+Z"), local.get());
-    int localShortcuts = 0;
-    connect(localShortcut, &QShortcut::activated, [&localShortcuts] { ++localShortcuts; });
-    local->show();
-    local->activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(local.get()));
-    local->clearButton()->setFocus();
-    QTest::keyClick(local->clearButton(), Qt::Key_Z, Qt::ControlModifier);
-    QCOMPARE(localShortcuts, 0);
-    QCOMPARE(LogCapture::matching("[PD-Undo]   -> canvas UNDO").size(), 1);
-}
-
-void TestDrawingWindow::coopWindowFlavour()
-{
-    CoopCanvas::instance().setCanvasSize(800, 450);
-    {
-        QSettings s = store();
-        s.setValue("jitterEnabled", true);
-        s.setValue("jitterAmount", 100);
-        s.setValue("jitterSpeed", 250);
-    }
-    auto w = newWindow(true);
+    CoopCanvas &shared = CoopCanvas::instance();
+    shared.setCanvasSize(800, 450);
+    store().setValue("jitterEnabled", true);
+    store().setValue("jitterAmount", 100);
+    store().setValue("fillTolerance", 12);
+    auto w = shown(makeCoopEditorSource());
     QVERIFY(w->isCoopMode());
     QCOMPARE(w->windowTitle(), QString("Pennoria: Draw \u2014 Co-op Canvas"));
-    QVERIFY(w->undoButton()->isHidden());
-    QVERIFY(w->redoButton()->isHidden());
-    QVERIFY(w->previewButton()->isHidden());
-    QVERIFY(!w->layersPopup());
-    QVERIFY(!w->dockedLayerPanel());
-    QCOMPARE(w->layersButton()->toolTip(), QString("Connected users"));
-    QCOMPARE(w->layersButton()->iconSize(), QSize(18, 18));
-    QCOMPARE(w->canvas()->canvasWidth(), 800);
-    QCOMPARE(w->canvas()->canvasHeight(), 450);
-    QCOMPARE(w->canvas()->fillTolerance(), 200);
-    QVERIFY(CoopCanvas::instance().jitterEnabled());
-    QCOMPARE(CoopCanvas::instance().jitterAmountPx(), 4.0f);
-    QCOMPARE(CoopCanvas::instance().jitterInterval(), 1.0f / 30.0f);
-    QVERIFY(w->canvasKey().isEmpty());
-    CoopCanvas::instance().setJitterEnabled(false);
-    CoopCanvas::instance().setCanvasSize(1920, 1080);
-}
+    for (const char *absent : {"undoButton", "redoButton", "previewButton", "layersPopup"})
+        QVERIFY2(!w->findChild<QWidget *>(absent), absent);
+    QCOMPARE(named<QWidget>(w.get(), "layersButton")->toolTip(), QString("Connected users"));
+    CanvasWidget *canvas = canvasOf(w.get());
+    QCOMPARE(QSize(canvas->canvasWidth(), canvas->canvasHeight()), QSize(800, 450));
+    QCOMPARE(canvas->fillTolerance(), 200);
+    QVERIFY(shared.jitterEnabled());
+    QCOMPARE(shared.jitterAmountPx(), 4.0f);
 
-void TestDrawingWindow::coopStrokesGoToSharedPicture()
-{
-    CoopCanvas &shared = CoopCanvas::instance();
-    shared.clear();
-    auto w = newWindow(true);
-    w->resize(1100, 720);
-    w->show();
-    QVERIFY(QTest::qWaitForWindowExposed(w.get()));
     const uint64_t before = shared.version();
-    strokeAcross(w->canvas());
+    strokeAcross(canvas);
     QVERIFY(shared.version() > before);
-    QVERIFY(shared.image() != w->canvas()->document()->blankImage());
-
-    w->clearButton()->click();
-    QCOMPARE(shared.image(), w->canvas()->document()->blankImage());
-    QCOMPARE(w->canvas()->flatComposite(), w->canvas()->document()->blankImage());
-    QVERIFY(!w->saveTimer()->isActive());
+    QVERIFY(shared.image() != canvas->document()->blankImage());
+    QVERIFY(!named<QTimer>(w.get(), "saveTimer")->isActive());
+    int shortcuts = 0;
+    connect(new QShortcut(QKeySequence("Ctrl+Z"), w.get()), &QShortcut::activated,
+            [&shortcuts] { ++shortcuts; });
+    LogCapture::clear();
+    QTest::keyClick(w.get(), Qt::Key_Z, Qt::ControlModifier);
+    QCOMPARE(shortcuts, 1);
+    QVERIFY(LogCapture::matching("[PD-Undo]").isEmpty());
+    click(w.get(), "clearButton");
+    QCOMPARE(shared.image(), canvas->document()->blankImage());
+    shared.setJitterEnabled(false);
+    shared.setCanvasSize(1920, 1080);
 }
 
-void TestDrawingWindow::usersPopupRowsAsHost()
+// A live session, this process joined to a host. Faults: a second Draw press
+// opening a second co-op editor; the host's picture, strokes or clears not
+// reaching the editor; the users pop-up not following the session or its
+// closing click painting; the editor left open after the session ended.
+void TestDrawingWindow::coopEditorFollowsSession()
 {
-    CoopUsersPopup popup;
-    QCOMPARE(popup.objectName(), QString("coopUsersPopup"));
-    QVERIFY(popup.windowFlags().testFlag(Qt::Popup));
-    QCOMPARE(popup.minimumWidth(), 220);
-    QCOMPARE(popup.frameStyle(), 17);
-    QCOMPARE(popup.styleSheet(), popupStyle("coopUsersPopup"));
-
-    popup.setUsers({user(0, "Ada", -1, true, true), user(2, "", 35, false, false),
-                    user(3, "Bob", -1, false, false)},
-                   true);
-    QCOMPARE(popup.header()->text(), QString("<b>Connected \u2014 3</b>"));
-    QCOMPARE(popup.rows().size(), 3);
-    QCOMPARE(labelTexts(popup.rows()[0]), QStringList({"Ada  (host)  (you)", "\u2014"}));
-    QCOMPARE(labelTexts(popup.rows()[1]), QStringList({"Anon", "35 ms"}));
-    QCOMPARE(labelTexts(popup.rows()[2]), QStringList({"Bob", "\u2026"}));
-    QCOMPARE(kickTooltips(popup.rows()[0]), QStringList());
-    QCOMPARE(kickTooltips(popup.rows()[1]), QStringList("\u2715 Kick Anon"));
-    QCOMPARE(kickTooltips(popup.rows()[2]), QStringList("\u2715 Kick Bob"));
-
-    QSignalSpy kicks(&popup, &CoopUsersPopup::kickRequested);
-    popup.rows()[2]->findChild<QToolButton *>()->click();
-    QCOMPARE(kicks.size(), 1);
-    QCOMPARE(kicks.first().first().toInt(), 3);
-
-    // A rebuild replaces every row; the old ones go later.
-    QPointer<QWidget> oldRow = popup.rows()[0];
-    popup.setUsers({user(0, "Ada", -1, true, true)}, true);
-    QCOMPARE(popup.rows().size(), 1);
-    QCOMPARE(popup.header()->text(), QString("<b>Connected \u2014 1</b>"));
-    QVERIFY(oldRow);
-    QTRY_VERIFY(!oldRow);
-}
-
-void TestDrawingWindow::usersPopupRowsAsClient()
-{
-    CoopUsersPopup popup;
-    popup.setUsers({user(1, "Hosty", 12, true, false), user(4, "Me", -1, false, true),
-                    user(5, "", -1, false, false)},
-                   false);
-    QCOMPARE(labelTexts(popup.rows()[0]), QStringList({"Hosty  (host)", "12 ms"}));
-    QCOMPARE(labelTexts(popup.rows()[1]), QStringList({"Me  (you)", "\u2014"}));
-    QCOMPARE(labelTexts(popup.rows()[2]), QStringList({"Anon", "\u2026"}));
-    for (QWidget *row : popup.rows())
-        QVERIFY(kickTooltips(row).isEmpty());
-}
-
-void TestDrawingWindow::usersPopupAlignsWithButton()
-{
-    auto w = newWindow(true);
-    w->resize(1100, 720);
-    w->show();
-    QVERIFY(QTest::qWaitForWindowExposed(w.get()));
-    w->layersButton()->click();
-    CoopUsersPopup *popup = w->usersPopup();
-    QVERIFY(popup->isVisible());
-    QVERIFY(w->isUsersPopupOpen());
-    QCOMPARE(popup->header()->text(), QString("<b>Connected \u2014 0</b>"));
-    const QPoint corner = w->layersButton()->mapToGlobal(
-        QPoint(w->layersButton()->width(), w->layersButton()->height()));
-    QCOMPARE(popup->x() + popup->width(), corner.x());
-    QCOMPARE(popup->y(), corner.y() + 2);
-    w->onLayersClicked();
-    QVERIFY(popup->isHidden());
-    QVERIFY(!w->isUsersPopupOpen());
-}
-
-void TestDrawingWindow::usersPopupFollowsLiveSession()
-{
-    // A port of its own, away from the one the co-op suites share.
-    constexpr quint16 Port = 42169;
-    CoopSession &hosting = CoopSession::instance();
-    QVERIFY2(hosting.host("Ada", Port), qPrintable(hosting.lastError()));
-    auto w = newWindow(true);
-    w->resize(1100, 720);
-    w->show();
-    QVERIFY(QTest::qWaitForWindowExposed(w.get()));
-    w->layersButton()->click();
-    CoopUsersPopup *popup = w->usersPopup();
-    QCOMPARE(popup->rows().size(), 1);
-    QCOMPARE(labelTexts(popup->rows()[0]), QStringList({"Ada  (host)  (you)", "\u2014"}));
-
-    CoopSession friendSession;
-    friendSession.join("127.0.0.1", "Bea", Port);
-    QTRY_COMPARE_WITH_TIMEOUT(popup->rows().size(), 2, 10000);
-    QCOMPARE(labelTexts(popup->rows()[1]).first(), QString("Bea"));
-    QCOMPARE(kickTooltips(popup->rows()[1]), QStringList("\u2715 Kick Bea"));
-    const QPoint corner = w->layersButton()->mapToGlobal(
-        QPoint(w->layersButton()->width(), w->layersButton()->height()));
-    QCOMPARE(popup->x() + popup->width(), corner.x());
-
-    popup->rows()[1]->findChild<QToolButton *>()->click();
-    QTRY_COMPARE_WITH_TIMEOUT(popup->rows().size(), 1, 10000);
-    QTRY_COMPARE_WITH_TIMEOUT(friendSession.role(), CoopSession::Role::None, 10000);
-
-    // Hidden, the pop-up is not rebuilt until it opens again.
-    w->onLayersClicked();
-    QVERIFY(popup->isHidden());
-    CoopSession other;
-    other.join("127.0.0.1", "", Port);
-    QTRY_COMPARE_WITH_TIMEOUT(hosting.users().size(), 2, 10000);
-    QCOMPARE(popup->rows().size(), 1);
-    w->onLayersClicked();
-    QCOMPARE(popup->rows().size(), 2);
-    QCOMPARE(labelTexts(popup->rows()[1]).first(), QString("Anon"));
-    other.stop();
-    hosting.stop();
-}
-
-void TestDrawingWindow::coopWindowFollowsSession()
-{
-    constexpr quint16 Port = 42170;
-    CoopCanvas &shared = CoopCanvas::instance();
-    shared.clear();
-    const QSize size(shared.width(), shared.height());
-    QImage hostPicture(size, QImage::Format_RGBA8888);
+    const quint16 port = freePort();
+    QImage hostPicture(1920, 1080, QImage::Format_RGBA8888);
+    hostPicture.fill(Qt::transparent);
     hostPicture.fill(Qt::transparent);
     for (int y = 0; y < 100; ++y)
         for (int x = 0; x < 100; ++x)
             hostPicture.setPixelColor(x, y, QColor(0, 128, 255));
+    CoopSession host;
+    host.setCanvasProvider([hostPicture] { return hostPicture; });
+    QVERIFY2(host.host("Host", port), qPrintable(host.lastError()));
+    CoopSession::instance().join("127.0.0.1", "Me", port);
+    QTRY_VERIFY_WITH_TIMEOUT(CoopSession::instance().isWelcomed(), 10000);
 
-    CoopSession hostSession;
-    hostSession.setCanvasProvider([hostPicture] { return hostPicture; });
-    QVERIFY2(hostSession.host("Host", Port), qPrintable(hostSession.lastError()));
-    auto w = newWindow(true);
-    w->show();
-    CanvasWidget *canvas = w->canvas();
-
-    // Joining adopts the host's picture.
-    CoopSession::instance().join("127.0.0.1", "Me", Port);
+    const QString key = CoopEditorSource::EditorKey;
+    QPointer<DrawingWindow> w = EditorWindows::open(key, makeCoopEditorSource(), nullptr);
+    QVERIFY(QTest::qWaitForWindowExposed(w));
+    QCOMPARE(EditorWindows::raise(key), w.data());
+    CanvasWidget *canvas = canvasOf(w);
     QTRY_COMPARE_WITH_TIMEOUT(canvas->flatComposite().pixelColor(50, 50), QColor(0, 128, 255),
                               10000);
-    QCOMPARE(canvas->flatComposite().pixelColor(500, 500), QColor(Qt::transparent));
 
-    // A stroke from the host lands on the canvas.
+    auto *users = w->findChild<CoopUsersPopup *>();
+    click(w, "layersButton");
+    QVERIFY(users->isVisible());
+    QTRY_COMPARE_WITH_TIMEOUT(rowTexts(users).size(), 2, 10000);
+    QCOMPARE(rowTexts(users).last(), QString("Me  (you)|\u2014"));
+    const QPoint corner = named<QWidget>(w, "layersButton")->mapToGlobal(QPoint(32, 32));
+    QCOMPARE(users->geometry().topRight() + QPoint(1, 0), corner + QPoint(0, 2));
+    clickThroughWindow(canvas);
+    QVERIFY(users->isHidden());
+    QVERIFY(!canvas->canUndo());
+
     Stroke stroke;
     stroke.points = {{400, 400}, {800, 400}};
     stroke.color = QColor(200, 0, 0);
     stroke.width = 30.0f;
-    hostSession.sendStroke(stroke);
+    host.sendStroke(stroke);
     QTRY_COMPARE_WITH_TIMEOUT(canvas->flatComposite().pixelColor(600, 400), QColor(200, 0, 0),
                               10000);
-    QCOMPARE(shared.image().pixelColor(600, 400), QColor(200, 0, 0));
-
-    // A clear from the host wipes it.
-    hostSession.sendClear();
+    host.sendClear();
     QTRY_COMPARE_WITH_TIMEOUT(canvas->flatComposite().pixelColor(600, 400), QColor(Qt::transparent),
                               10000);
-    QCOMPARE(canvas->flatComposite().pixelColor(50, 50), QColor(Qt::transparent));
-    CoopSession::instance().stop();
-    hostSession.stop();
+    host.stop();
+    QTRY_VERIFY_WITH_TIMEOUT(!w || !w->isVisible(), 10000);
+    QVERIFY(!EditorWindows::raise(key));
 }
 
-void TestDrawingWindow::screenshotsOfPopups()
+void TestDrawingWindow::themesReadable_data()
 {
-    auto w = newWindow();
-    w->resize(1100, 720);
-    w->show();
-    QVERIFY(QTest::qWaitForWindowExposed(w.get()));
-    strokeAcross(w->canvas());
-    QVERIFY(saveScreenshot(w.get(), "editor_window"));
-    for (const char *name : {"colorPickerSection", "jitterPopup", "fillPopup", "shapesPopup",
-                             "previewPopup", "layersPopup"}) {
-        const PopupCase c = popupCase(w.get(), name);
-        c.open();
-        QVERIFY(c.isOpen());
+    QTest::addColumn<bool>("dark");
+    QTest::newRow("dark") << true;
+    QTest::newRow("light") << false;
+}
+
+// Screenshots of the editor and every pop-up in OBS's dark and light themes,
+// measured. Faults: text, borders or pings in a colour of the background
+// (palette(mid) is the window colour in OBS's themes); a hovered tool whose
+// icon fades into the hover colour; disabled undo that looks enabled; a black
+// colour swatch that vanishes on a dark tool row.
+void TestDrawingWindow::themesReadable()
+{
+    QFETCH(bool, dark);
+    const QString suffix = dark ? "_dark" : "_light";
+    QApplication::setPalette(theme(dark));
+    auto w = shown();
+    const QColor window = w->palette().color(QPalette::Window);
+    strokeAcross(canvasOf(w.get()));
+    canvasOf(w.get())->undo();
+    emit w->findChild<ColorPickerWidget *>()->colorChanged(Qt::black);
+    QImage picture = w->grab().toImage();
+    saveScreenshot(w.get(), "editor_window" + suffix);
+    checkTextReads(picture, w.get(), QPoint(), "window");
+    auto *swatch = named<QWidget>(w.get(), "colorButton");
+    const QPoint swatchEdge = swatch->mapTo(w.get(), QPoint(0, swatch->height() / 2));
+    QVERIFY(EditorStyle::contrastRatio(picture.pixelColor(swatchEdge), window) >= 3.0);
+
+    const auto iconContrast = [](QWidget *button) {
+        return inkContrast(button->grab().toImage(),
+                           QRect(6, 6, button->width() - 12, button->height() - 12));
+    };
+    auto *eraser = named<QWidget>(w.get(), "eraserButton");
+    eraser->setAttribute(Qt::WA_UnderMouse);
+    QVERIFY(iconContrast(eraser) >= EditorStyle::MinimumContrast);
+    auto *undo = named<QWidget>(w.get(), "undoButton");
+    auto *redo = named<QWidget>(w.get(), "redoButton");
+    QVERIFY(!undo->isEnabled() && redo->isEnabled());
+    QVERIFY2(iconContrast(undo) < 0.6 * iconContrast(redo),
+             qPrintable(QString("%1 vs %2").arg(iconContrast(undo)).arg(iconContrast(redo))));
+
+    const QList<std::pair<const char *, const char *>> popups = {
+        {"colorPickerSection", "colorButton"}, {"jitterPopup", "jitterButton"},
+        {"fillPopup", "fillButton"},           {"shapesPopup", "shapesButton"},
+        {"previewPopup", "previewButton"},     {"layersPopup", "layersButton"}};
+    for (const auto &[name, anchor] : popups) {
+        auto *frame = named<QWidget>(w.get(), name);
+        auto *button = named<QWidget>(w.get(), anchor);
+        qobject_cast<QPushButton *>(button) && button->objectName() != "shapesButton"
+            ? longPress(button)
+            : QTest::mouseClick(button, Qt::LeftButton);
         QTest::qWait(50); // rows added to a shown panel appear with the next events
-        QVERIFY(saveScreenshot(w.get(), QString("editor_%1").arg(name)));
-        QTest::mousePress(w->canvas(), Qt::LeftButton, {}, QPoint(5, 5));
-        QTest::mouseRelease(w->canvas(), Qt::LeftButton, {}, QPoint(5, 5));
-        QVERIFY(!c.isOpen());
+        picture = w->grab().toImage();
+        saveScreenshot(w.get(), QString("editor_") + name + suffix);
+        checkTextReads(picture, frame, frame->pos(), name);
+        const QPoint border = frame->pos() + QPoint(0, frame->height() / 2);
+        QVERIFY2(EditorStyle::contrastRatio(picture.pixelColor(border), window) >=
+                     EditorStyle::MinimumContrast,
+                 name);
+        QTest::mouseClick(canvasOf(w.get()), Qt::LeftButton, {}, QPoint(5, 5));
     }
 
-    // The users pop-up is a window of its own: draw it onto the editor's picture.
-    auto coop = newWindow(true);
-    coop->resize(1100, 720);
-    coop->show();
-    QVERIFY(QTest::qWaitForWindowExposed(coop.get()));
-    coop->layersButton()->click();
-    CoopUsersPopup *popup = coop->usersPopup();
-    popup->setUsers({user(0, "Ada", -1, true, true), user(2, "", 35, false, false),
-                     user(3, "Bob", -1, false, false)},
-                    true);
-    popup->adjustSize();
+    // The users pop-up is a window of its own, shot and measured by itself.
+    auto coop = shown(makeCoopEditorSource());
+    click(coop.get(), "layersButton");
+    auto *users = coop->findChild<CoopUsersPopup *>();
+    users->setUsers({{0, "Ada", -1, true, true}, {2, "", 35, false, false}}, true);
+    users->adjustSize();
     QTest::qWait(50);
-    QPixmap picture = coop->grab();
-    {
-        QPainter painter(&picture);
-        painter.drawPixmap(coop->mapFromGlobal(popup->pos()), popup->grab());
-    }
-    const QString dir = QStringLiteral(PD_BINARY_DIR "/screenshots");
-    QVERIFY(picture.save(dir + "/editor_coopUsersPopup.png"));
+    picture = users->grab().toImage();
+    QVERIFY(picture.save(QStringLiteral(PD_BINARY_DIR "/screenshots/editor_coopUsersPopup") +
+                         suffix + ".png"));
+    checkTextReads(picture, users, QPoint(), "users");
+    QVERIFY(EditorStyle::contrastRatio(picture.pixelColor(0, picture.height() / 2), window) >=
+            EditorStyle::MinimumContrast);
 }
 
 QTEST_MAIN(TestDrawingWindow)

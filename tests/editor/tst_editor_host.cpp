@@ -1,10 +1,8 @@
 // Qt first: libobs's SIMD aliases break the compiler's intrinsics headers
 // when they come before them.
-#include <QDir>
 #include <QElapsedTimer>
 #include <QImage>
 #include <QPushButton>
-#include <QSlider>
 #include <QSpinBox>
 #include <QtTest>
 
@@ -21,7 +19,6 @@
 #include "files/CanvasDirectory.h"
 #include "files/CanvasFiles.h"
 #include "files/CanvasSaver.h"
-#include "widgets/LongPressButton.h"
 
 #include <obs-module.h>
 
@@ -31,35 +28,36 @@ using namespace EditorTestInput;
 
 namespace {
 
-constexpr uint32_t Width = 640;
-constexpr uint32_t Height = 360;
+constexpr int Width = 640;
+constexpr int Height = 360;
 
-struct CanvasRef {
+// A canvas source of the real libobs and an editor open on it.
+struct Editing {
     OBSSourceAutoRelease source;
+    std::unique_ptr<DrawingWindow> window;
+    CanvasWidget *canvas = nullptr;
+
+    explicit Editing(const char *name)
+        : source(obs_source_create("pennoria_canvas", name, nullptr, nullptr))
+    {
+        window = std::make_unique<DrawingWindow>(makeEditorSource(source), nullptr);
+        window->resize(900, 600);
+        window->show();
+        canvas = window->findChild<CanvasWidget *>();
+    }
     CanvasSourceData *record() const
     {
         return static_cast<CanvasSourceData *>(obs_obj_get_data(source));
     }
-    QString directory() const
+    QString file(const char *name) const
     {
-        return canvasDirectory(QString::fromUtf8(obs_source_get_uuid(source)));
+        return canvasDirectory(QString::fromUtf8(obs_source_get_uuid(source))) + name;
+    }
+    QImage savedImage() const
+    {
+        return QImage(file("/canvas.png")).convertToFormat(QImage::Format_RGBA8888);
     }
 };
-
-CanvasRef createCanvas(const char *name)
-{
-    CanvasRef ref;
-    ref.source = obs_source_create("pennoria_canvas", name, nullptr, nullptr);
-    return ref;
-}
-
-std::unique_ptr<DrawingWindow> openEditor(const CanvasRef &canvas)
-{
-    auto window = std::make_unique<DrawingWindow>(makeEditorSource(canvas.source), nullptr, false);
-    window->resize(900, 600);
-    window->show();
-    return window;
-}
 
 // Hands the capture a real libobs scene as the "current scene".
 class SceneFrontend final : public FrontendApi {
@@ -71,7 +69,7 @@ public:
 
 QImage solid(QColor color)
 {
-    QImage image(int(Width), int(Height), QImage::Format_RGBA8888);
+    QImage image(Width, Height, QImage::Format_RGBA8888);
     image.fill(color);
     return image;
 }
@@ -84,18 +82,14 @@ class TestEditorHost : public QObject {
 private slots:
     void initTestCase();
     void cleanupTestCase();
-    void cleanup();
+    void cleanup() { CanvasSaver::waitForPendingSaves(); }
 
-    void editorSourceOnlyForCanvasSources();
-    void editorSourceHoldsTheSource();
+    void editorSourceContract();
     void liveUpdatesAreThrottled();
-    void strokeCommitsAtOnceAndSavesLater();
-    void laterChangeRestartsSaveDelay();
-    void closeWritesFilesAtOnce();
-    void escapeWritesFilesAtOnce();
-    void removedSourceClosesWithoutWriting();
-    void wiggleControlsReachSource();
-    void clearCommitsEmptyCanvas();
+    void changesCommitAtOnceAndSaveAfterTheLastOne();
+    void endingTheEditor_data();
+    void endingTheEditor();
+    void controlsReachSource();
     void savedDrawingLoadsAndCommits();
     void previewShowsCurrentScene();
 
@@ -117,263 +111,201 @@ void TestEditorHost::cleanupTestCase()
     m_host.stop();
 }
 
-void TestEditorHost::cleanup()
-{
-    CanvasSaver::waitForPendingSaves();
-}
-
-void TestEditorHost::editorSourceOnlyForCanvasSources()
+// Faults: an editor source for a co-op source or none; a wrong key or size;
+// the reference released early or never.
+void TestEditorHost::editorSourceContract()
 {
     QVERIFY(!makeEditorSource(nullptr));
-    OBSSourceAutoRelease coop =
-        obs_source_create("pennoria_coop_canvas", "not a canvas", nullptr, nullptr);
-    QVERIFY(coop);
+    OBSSourceAutoRelease coop = obs_source_create("pennoria_coop_canvas", "co", nullptr, nullptr);
     QVERIFY(!makeEditorSource(coop));
 
-    CanvasRef canvas = createCanvas("editor source");
-    std::unique_ptr<EditorSource> source = makeEditorSource(canvas.source);
-    QVERIFY(source);
-    QCOMPARE(source->canvasKey(), QString::fromUtf8(obs_source_get_uuid(canvas.source)));
-    QCOMPARE(source->canvasSize(), QSize(int(Width), int(Height)));
-}
-
-void TestEditorHost::editorSourceHoldsTheSource()
-{
     obs_source_t *raw = obs_source_create("pennoria_canvas", "held", nullptr, nullptr);
     std::unique_ptr<EditorSource> source = makeEditorSource(raw);
     QVERIFY(source);
+    QCOMPARE(source->canvasKey(), QString::fromUtf8(obs_source_get_uuid(raw)));
+    QCOMPARE(source->canvasSize(), QSize(Width, Height));
+    QVERIFY(!source->coop());
     obs_source_release(raw);
     obs_wait_for_destroy_queue();
     QVERIFY(SourceRegistry::instance().find(raw));
-
     source.reset();
     QTRY_VERIFY_WITH_TIMEOUT((obs_wait_for_destroy_queue(), !SourceRegistry::instance().find(raw)),
                              10000);
 }
 
+// Faults: every move sent to the source; the throttle not shared or never
+// restarted; a dropped update delivered later.
 void TestEditorHost::liveUpdatesAreThrottled()
 {
-    CanvasRef canvas = createCanvas("live canvas");
-    auto window = openEditor(canvas);
-    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-    CanvasWidget *surface = window->canvas();
-    CanvasSourceData *record = canvas.record();
-    QCOMPARE(record->liveImageCount(), 0);
-
-    // Moves far more often than every 33 ms for about half a second.
+    Editing e("live canvas");
+    QVERIFY(QTest::qWaitForWindowExposed(e.window.get()));
+    QCOMPARE(e.record()->liveImageCount(), 0);
     QElapsedTimer clock;
     clock.start();
-    press(surface, QPointF(40, 100));
+    mouse(e.canvas, QEvent::MouseButtonPress, QPointF(40, 100), Qt::LeftButton);
     int moves = 0;
     while (clock.elapsed() < 500) {
         ++moves;
-        moveTo(surface, QPointF(40 + (moves % 200) * 3, 100 + (moves % 2) * 40));
+        mouse(e.canvas, QEvent::MouseMove, QPointF(40 + (moves % 200) * 3, 100 + (moves % 2) * 40),
+              Qt::LeftButton);
         QTest::qWait(2);
     }
     const qint64 dragMs = clock.elapsed();
-    const int updates = record->liveImageCount();
-    QVERIFY2(updates >= 1, qPrintable(QString::number(updates)));
-    QVERIFY2(updates <= dragMs / DrawingWindow::LiveUpdateIntervalMs + 1,
+    const int updates = e.record()->liveImageCount();
+    QVERIFY2(updates >= 1 && updates <= dragMs / DrawingWindow::LiveUpdateIntervalMs + 1,
              qPrintable(QString("%1 updates in %2 ms").arg(updates).arg(dragMs)));
     QVERIFY(updates < moves);
-
-    // A dropped update is not delivered later.
     QTest::qWait(200);
-    QCOMPARE(record->liveImageCount(), updates);
-    const int commits = record->commitCount();
-    release(surface, QPointF(500, 100));
-    QCOMPARE(record->commitCount(), commits + 1);
-    QCOMPARE(record->liveImageCount(), updates);
-    qInfo("%d moves, %d live updates in %lld ms", moves, updates, dragMs);
-    window->hide();
+    QCOMPARE(e.record()->liveImageCount(), updates);
+    const int commits = e.record()->commitCount();
+    mouse(e.canvas, QEvent::MouseButtonRelease, QPointF(500, 100), Qt::NoButton);
+    QCOMPARE(e.record()->commitCount(), commits + 1);
+    QCOMPARE(e.record()->liveImageCount(), updates);
 }
 
-void TestEditorHost::strokeCommitsAtOnceAndSavesLater()
+// Faults: a commit that waits for the save; files written at once, or not
+// 1500 ms after the last change (a timer that is not restarted, or ignores
+// changes of the layers).
+void TestEditorHost::changesCommitAtOnceAndSaveAfterTheLastOne()
 {
-    CanvasRef canvas = createCanvas("saved later");
-    auto window = openEditor(canvas);
-    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-    CanvasSourceData *record = canvas.record();
-    const QString dir = canvas.directory();
-    const int commits = record->commitCount();
-
-    strokeAcross(window->canvas());
-    QElapsedTimer sinceChange;
-    sinceChange.start();
-    QCOMPARE(record->commitCount(), commits + 1);
-    QCOMPARE(record->strokes().size(), 1);
-    const QImage drawn = window->canvas()->flatComposite();
-    QCOMPARE(record->canvasImage(), drawn);
+    Editing e("saved later");
+    QVERIFY(QTest::qWaitForWindowExposed(e.window.get()));
+    const int commits = e.record()->commitCount();
+    strokeAcross(e.canvas);
+    QCOMPARE(e.record()->commitCount(), commits + 1);
+    QCOMPARE(e.record()->strokes().size(), 1);
+    const QImage drawn = e.canvas->flatComposite();
+    QCOMPARE(e.record()->canvasImage(), drawn);
     QVERIFY(drawn != solid(Qt::transparent));
-    QVERIFY(!QFileInfo::exists(dir + "/canvas.png"));
 
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(dir + "/canvas.png"), 15000);
-    const qint64 waited = sinceChange.elapsed();
-    QVERIFY2(waited >= 1400, qPrintable(QString("files after %1 ms").arg(waited)));
-    CanvasSaver::waitForPendingSaves();
-    QCOMPARE(QImage(dir + "/canvas.png").convertToFormat(QImage::Format_RGBA8888), drawn);
-    QVERIFY(QFileInfo::exists(dir + "/canvas_layer_0.png"));
-    QVERIFY(QFileInfo::exists(dir + "/canvas_layers.json"));
-    window->hide();
-}
-
-void TestEditorHost::laterChangeRestartsSaveDelay()
-{
-    CanvasRef canvas = createCanvas("restarted delay");
-    auto window = openEditor(canvas);
-    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-    const QString dir = canvas.directory();
-
-    strokeAcross(window->canvas());
     QTest::qWait(1000);
-    QVERIFY(!QFileInfo::exists(dir + "/canvas.png"));
-    window->canvas()->addLayer(); // a structural change counts as a change
+    QVERIFY(!QFileInfo::exists(e.file("/canvas.png")));
+    e.canvas->addLayer();
     QElapsedTimer sinceChange;
     sinceChange.start();
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(dir + "/canvas.png"), 15000);
-    QVERIFY2(sinceChange.elapsed() >= 1400,
-             qPrintable(QString("files after %1 ms").arg(sinceChange.elapsed())));
+    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(e.file("/canvas.png")), 15000);
+    QVERIFY2(sinceChange.elapsed() >= 1400, qPrintable(QString::number(sinceChange.elapsed())));
     CanvasSaver::waitForPendingSaves();
-    QVERIFY(QFileInfo::exists(dir + "/canvas_layer_1.png"));
-    window->hide();
+    QCOMPARE(e.savedImage(), drawn);
+    QVERIFY(QFileInfo::exists(e.file("/canvas_layer_1.png")));
+    QVERIFY(QFileInfo::exists(e.file("/canvas_layers.json")));
 }
 
-void TestEditorHost::closeWritesFilesAtOnce()
+void TestEditorHost::endingTheEditor_data()
 {
-    CanvasRef canvas = createCanvas("closed at once");
-    auto window = openEditor(canvas);
-    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-    const QString dir = canvas.directory();
-    strokeAcross(window->canvas());
-    const QImage drawn = window->canvas()->flatComposite();
-    QVERIFY(window->saveTimer()->isActive());
-
-    window->close();
-    QVERIFY(!window->saveTimer()->isActive());
-    QCOMPARE(QImage(dir + "/canvas.png").convertToFormat(QImage::Format_RGBA8888), drawn);
+    QTest::addColumn<QString>("how");
+    QTest::addColumn<bool>("writes");
+    QTest::newRow("close") << "close" << true;
+    QTest::newRow("escape") << "escape" << true;
+    QTest::newRow("source removed from its scene") << "removed" << false;
 }
 
-void TestEditorHost::escapeWritesFilesAtOnce()
+// Faults: the drawing lost on Escape or close (the last 1.5 s of it); a
+// removed source's files written again after the user deleted it.
+void TestEditorHost::endingTheEditor()
 {
-    CanvasRef canvas = createCanvas("escaped");
-    auto window = openEditor(canvas);
-    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-    const QString dir = canvas.directory();
-    strokeAcross(window->canvas());
-    const QImage drawn = window->canvas()->flatComposite();
-    QVERIFY(window->saveTimer()->isActive());
+    QFETCH(QString, how);
+    QFETCH(bool, writes);
+    OBSSceneAutoRelease scene = obs_scene_create_private("ending scene");
+    Editing e("ending");
+    obs_sceneitem_t *item = obs_scene_add(scene, e.source);
+    QVERIFY(QTest::qWaitForWindowExposed(e.window.get()));
+    strokeAcross(e.canvas);
+    const QImage drawn = e.canvas->flatComposite();
+    auto *saveTimer = named<QTimer>(e.window.get(), "saveTimer");
+    QVERIFY(saveTimer->isActive());
 
-    // A dialog ends on Escape without a close event.
-    QTest::keyClick(window.get(), Qt::Key_Escape);
-    QVERIFY(!window->isVisible());
-    QVERIFY(!window->saveTimer()->isActive());
-    QCOMPARE(QImage(dir + "/canvas.png").convertToFormat(QImage::Format_RGBA8888), drawn);
-}
-
-void TestEditorHost::removedSourceClosesWithoutWriting()
-{
-    OBSSceneAutoRelease scene = obs_scene_create_private("removal scene");
-    CanvasRef canvas = createCanvas("removed canvas");
-    obs_sceneitem_t *item = obs_scene_add(scene, canvas.source);
-    QVERIFY(item);
-    auto window = openEditor(canvas);
-    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-    strokeAcross(window->canvas());
-    QVERIFY(window->saveTimer()->isActive());
-
-    // What the host does when the user deletes the source from the scene.
-    obs_sceneitem_remove(item);
-    obs_source_remove(canvas.source);
-    QTRY_VERIFY_WITH_TIMEOUT(!window->isVisible(), 10000);
-    QVERIFY(!window->saveTimer()->isActive());
-    QTest::qWait(2000);
+    if (how == "close") {
+        e.window->close();
+    } else if (how == "escape") {
+        QTest::keyClick(e.window.get(), Qt::Key_Escape);
+    } else {
+        // What the host does when the user deletes the source from the scene.
+        obs_sceneitem_remove(item);
+        obs_source_remove(e.source);
+    }
+    QTRY_VERIFY_WITH_TIMEOUT(!e.window->isVisible(), 10000);
+    QVERIFY(!saveTimer->isActive());
+    if (!writes)
+        QTest::qWait(2000);
     CanvasSaver::waitForPendingSaves();
-    const QString dir = canvas.directory();
-    QVERIFY(!QFileInfo::exists(dir + "/canvas.png"));
-    QVERIFY(!QFileInfo::exists(dir + "/canvas_layer_0.png"));
-    QVERIFY(!QFileInfo::exists(dir + "/canvas_layers.json"));
+    QCOMPARE(QFileInfo::exists(e.file("/canvas.png")), writes);
+    QCOMPARE(QFileInfo::exists(e.file("/canvas_layers.json")), writes);
+    if (writes)
+        QCOMPARE(e.savedImage(), drawn);
 }
 
-void TestEditorHost::wiggleControlsReachSource()
+// Faults: wiggle controls that reach only the editor's preview; a Clear that
+// leaves the old drawing on the stream.
+void TestEditorHost::controlsReachSource()
 {
-    CanvasRef canvas = createCanvas("wiggle canvas");
-    auto window = openEditor(canvas);
-    CanvasSourceData *record = canvas.record();
-
-    window->jitterButton()->click();
+    Editing e("controls");
+    CanvasSourceData *record = e.record();
+    auto *jitter = named<QPushButton>(e.window.get(), "jitterButton");
+    jitter->click();
     QVERIFY(record->jitterEnabled());
-    window->jitterSpeedSpin()->setValue(0);
+    named<QSpinBox>(e.window.get(), "jitterSpeedSpin")->setValue(0);
     QCOMPARE(record->jitterInterval(), 1.0f);
-    QCOMPARE(window->canvas()->wiggleInterval(), 1000);
-    window->jitterSpeedSpin()->setValue(100);
+    named<QSpinBox>(e.window.get(), "jitterSpeedSpin")->setValue(100);
     QCOMPARE(record->jitterInterval(), 1.0f / 30.0f);
-    QCOMPARE(window->canvas()->wiggleInterval(), 33);
-    window->jitterAmountSlider()->setValue(100);
+    named<QSpinBox>(e.window.get(), "jitterAmountSpin")->setValue(100);
     QCOMPARE(record->jitterAmount(), 4.0f);
-    window->jitterButton()->click();
+    jitter->click();
     QVERIFY(!record->jitterEnabled());
-    window->hide();
+
+    strokeAcross(e.canvas);
+    QCOMPARE(record->strokes().size(), 1);
+    named<QPushButton>(e.window.get(), "clearButton")->click();
+    QCOMPARE(record->strokes().size(), 0);
+    QCOMPARE(record->canvasImage(), solid(Qt::transparent));
 }
 
-void TestEditorHost::clearCommitsEmptyCanvas()
-{
-    CanvasRef canvas = createCanvas("cleared canvas");
-    auto window = openEditor(canvas);
-    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-    strokeAcross(window->canvas());
-    QCOMPARE(canvas.record()->strokes().size(), 1);
-    window->clearButton()->click();
-    QCOMPARE(canvas.record()->strokes().size(), 0);
-    QCOMPARE(canvas.record()->canvasImage(), solid(Qt::transparent));
-    window->hide();
-}
-
+// Faults: the saved drawing not loaded, or not shown on the stream at start.
 void TestEditorHost::savedDrawingLoadsAndCommits()
 {
-    CanvasRef canvas = createCanvas("loaded canvas");
-    CanvasDocument document{int(Width), int(Height)};
+    OBSSourceAutoRelease source = obs_source_create("pennoria_canvas", "loaded", nullptr, nullptr);
+    CanvasDocument document{Width, Height};
     document.addLayer();
     document.activeImage() = solid(QColor(200, 30, 40));
     document.markPainted();
     document.renameLayer(1, "Red");
-    QVERIFY(writeCanvasFiles(
-        takeCanvasSnapshot(canvas.directory(), document, document.flatComposite())));
-    const int commits = canvas.record()->commitCount();
+    const QString dir = canvasDirectory(QString::fromUtf8(obs_source_get_uuid(source)));
+    QVERIFY(writeCanvasFiles(takeCanvasSnapshot(dir, document, document.flatComposite())));
+    auto *record = static_cast<CanvasSourceData *>(obs_obj_get_data(source));
+    const int commits = record->commitCount();
 
-    auto window = openEditor(canvas);
-    QCOMPARE(window->canvas()->layerCount(), 2);
-    QCOMPARE(window->canvas()->layerName(1), QString("Red"));
-    QVERIFY(canvas.record()->commitCount() > commits);
-    QCOMPARE(canvas.record()->canvasImage(), solid(QColor(200, 30, 40)));
-    window->hide();
+    DrawingWindow window(makeEditorSource(source), nullptr);
+    auto *canvas = window.findChild<CanvasWidget *>();
+    QCOMPARE(canvas->layerCount(), 2);
+    QCOMPARE(canvas->layerName(1), QString("Red"));
+    QVERIFY(record->commitCount() > commits);
+    QCOMPARE(record->canvasImage(), solid(QColor(200, 30, 40)));
 }
 
+// Faults: no capture, a capture that is not shown, a timer left running.
 void TestEditorHost::previewShowsCurrentScene()
 {
     OBSSceneAutoRelease scene = obs_scene_create_private("preview scene");
-    CanvasRef backdrop = createCanvas("backdrop");
-    backdrop.record()->commit({}, solid(QColor(0, 0, 255)));
-    obs_scene_add(scene, backdrop.source);
-    CanvasRef edited = createCanvas("edited");
+    OBSSourceAutoRelease backdrop =
+        obs_source_create("pennoria_canvas", "backdrop", nullptr, nullptr);
+    static_cast<CanvasSourceData *>(obs_obj_get_data(backdrop))->commit({}, solid(Qt::blue));
+    obs_scene_add(scene, backdrop);
     SceneFrontend frontend;
     frontend.scene = obs_scene_get_source(scene);
     FrontendApi::setInstance(&frontend);
 
-    auto window = openEditor(edited);
-    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-    window->previewButton()->click();
-    QVERIFY(window->canvas()->previewEnabled());
-    QVERIFY(window->previewTimer()->isActive());
-    window->previewSpin()->setValue(40);
-    QCOMPARE(window->canvas()->previewOpacity(), 0.4f);
+    Editing e("edited");
+    QVERIFY(QTest::qWaitForWindowExposed(e.window.get()));
+    auto *timer = named<QTimer>(e.window.get(), "previewTimer");
+    named<QPushButton>(e.window.get(), "previewButton")->click();
+    QVERIFY(timer->isActive());
+    named<QSpinBox>(e.window.get(), "previewOpacitySpin")->setValue(40);
+    QCOMPARE(e.canvas->previewOpacity(), 0.4f);
     // The backdrop shows through where nothing is drawn.
-    const QImage shown = window->canvas()->grab().toImage();
-    const QPoint middle = window->canvas()->rect().center();
-    QVERIFY2(shown.pixelColor(middle).blue() > shown.pixelColor(middle).red(),
-             qPrintable(shown.pixelColor(middle).name()));
-    window->previewButton()->click();
-    QVERIFY(!window->previewTimer()->isActive());
-    window->hide();
+    const QColor middle = e.canvas->grab().toImage().pixelColor(e.canvas->rect().center());
+    QVERIFY2(middle.blue() > middle.red(), qPrintable(middle.name()));
+    named<QPushButton>(e.window.get(), "previewButton")->click();
+    QVERIFY(!timer->isActive());
     FrontendApi::setInstance(nullptr);
 }
 

@@ -1,10 +1,10 @@
 #include "dock/PluginDock.h"
 
 #include "coop/CoopCanvas.h"
+#include "coop/CoopEditorSource.h"
 #include "coop/CoopSession.h"
 #include "dock/CanvasChooser.h"
 #include "dock/SetupDialog.h"
-#include "coop/CoopEditorSource.h"
 #include "editor/DrawingWindow.h"
 #include "editor/EditorWindows.h"
 #include "source/EditorSource.h"

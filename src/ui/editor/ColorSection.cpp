@@ -19,8 +19,8 @@ ColorSection::ColorSection(const EditorContext &context) : EditorFeature(context
     m_button->setObjectName(QStringLiteral("colorButton"));
     m_button->setFixedSize(28, 28);
     m_button->setToolTip(QStringLiteral("Toggle colour picker"));
-    m_popup = context.popups->create(QStringLiteral("colorPickerSection"), m_button,
-                                     QFrame::NoFrame);
+    m_popup =
+        context.popups->create(QStringLiteral("colorPickerSection"), m_button, QFrame::NoFrame);
     connect(m_button, &QToolButton::clicked, this, [this] { m_context.popups->toggle(m_popup); });
 
     auto *layout = new QVBoxLayout(m_popup);

@@ -156,8 +156,7 @@ void DrawingWindow::buildFeatures()
                                      history ? EditorStyle::separator(row, separatorSize) : nullptr,
                                      brushSize->widget()}));
     rowLayout->addWidget(tools->frame());
-    rowLayout->addWidget(
-        group(row, {preview ? preview->button() : nullptr, layersButton, clear}));
+    rowLayout->addWidget(group(row, {preview ? preview->button() : nullptr, layersButton, clear}));
 
     auto *mainLayout = new QVBoxLayout(this);
     mainLayout->setContentsMargins(0, 0, 0, 0);

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "editor/EditorFeature.h"
-#include "source/EditorSource.h"
 #include "settings/EditorSettings.h"
+#include "source/EditorSource.h"
 
 #include <QDialog>
 #include <QList>

@@ -2,6 +2,7 @@
 
 #include <QWidget>
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -40,9 +41,12 @@ QColor mutedColor(const QPalette &palette)
 {
     const QColor text = palette.color(QPalette::WindowText);
     const QColor window = palette.color(QPalette::Window);
-    for (double t = 0.6; t < 1.0; t += 0.05) {
+    // Thin glyphs such as a dash are antialiased to a paler colour than the
+    // one they are drawn in: aim well above the minimum.
+    const double target = std::min(2.0 * MinimumContrast, contrastRatio(text, window));
+    for (double t = 0.5; t < 1.0; t += 0.05) {
         const QColor candidate = mix(window, text, t);
-        if (contrastRatio(candidate, window) >= MinimumContrast + 0.1)
+        if (contrastRatio(candidate, window) >= target)
             return candidate;
     }
     return text;

@@ -21,7 +21,7 @@ constexpr double MinimumContrast = 4.5;
 double contrastRatio(const QColor &a, const QColor &b);
 
 // Secondary text and borders: the window text toned towards the window
-// colour, but never below MinimumContrast against it.
+// colour, but well above MinimumContrast against it.
 QColor mutedColor(const QPalette &palette);
 // The background of a hovered flat button: the button colour a step towards
 // its text, so the button-text icon on it stays readable.
@@ -35,8 +35,8 @@ QString flatButtonRules(const QPalette &palette);
 // A checkable flat button of the tool box or a pop-up. None of the editor's
 // buttons is a dialog default: Enter never clicks one.
 template <typename Button>
-Button *flatButton(QWidget *parent, const QString &objectName, const QIcon &icon,
-                   const QSize &size, const QSize &iconSize, const QString &tooltip)
+Button *flatButton(QWidget *parent, const QString &objectName, const QIcon &icon, const QSize &size,
+                   const QSize &iconSize, const QString &tooltip)
 {
     auto *button = new Button(parent);
     button->setObjectName(objectName);

@@ -16,8 +16,8 @@ QByteArray classNameOf(const QObject *object)
     return object ? QByteArray(object->metaObject()->className()) : QByteArray("(null)");
 }
 
-QToolButton *rowButton(QWidget *parent, const QString &name, const QString &svg,
-                       const QColor &ink, const QString &tooltip)
+QToolButton *rowButton(QWidget *parent, const QString &name, const QString &svg, const QColor &ink,
+                       const QString &tooltip)
 {
     const QSize iconSize(24, 24);
     auto *button = new QToolButton(parent);
@@ -34,10 +34,10 @@ QToolButton *rowButton(QWidget *parent, const QString &name, const QString &svg,
 
 HistoryControls::HistoryControls(const EditorContext &context) : EditorFeature(context)
 {
-    m_undo = rowButton(context.window, QStringLiteral("undoButton"), Icons::Undo,
-                       context.iconColor, QStringLiteral("Undo  (Ctrl+Z)"));
-    m_redo = rowButton(context.window, QStringLiteral("redoButton"), Icons::Redo,
-                       context.iconColor, QStringLiteral("Redo  (Ctrl+Y  /  Ctrl+Shift+Z)"));
+    m_undo = rowButton(context.window, QStringLiteral("undoButton"), Icons::Undo, context.iconColor,
+                       QStringLiteral("Undo  (Ctrl+Z)"));
+    m_redo = rowButton(context.window, QStringLiteral("redoButton"), Icons::Redo, context.iconColor,
+                       QStringLiteral("Redo  (Ctrl+Y  /  Ctrl+Shift+Z)"));
     CanvasWidget *canvas = context.canvas;
     connect(canvas, &CanvasWidget::undoAvailabilityChanged, m_undo, &QToolButton::setEnabled);
     connect(canvas, &CanvasWidget::redoAvailabilityChanged, m_redo, &QToolButton::setEnabled);

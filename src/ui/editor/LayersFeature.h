@@ -14,8 +14,7 @@ class LayersFeature : public EditorFeature {
 
 public:
     // The docked panel goes at the end of canvasRow.
-    LayersFeature(const EditorContext &context, QToolButton *layersButton,
-                  QHBoxLayout *canvasRow);
+    LayersFeature(const EditorContext &context, QToolButton *layersButton, QHBoxLayout *canvasRow);
 
 public slots:
     void onLayersClicked();

@@ -20,8 +20,8 @@ namespace {
 
 const QSize IconSize(18, 18);
 
-const char *const ShapeNames[ShapeTypeCount] = {"Rectangle", "Ellipse", "Triangle", "Diamond",
-                                                "Star",      "Pentagon", "Hexagon", "Arrow",
+const char *const ShapeNames[ShapeTypeCount] = {"Rectangle", "Ellipse",  "Triangle", "Diamond",
+                                                "Star",      "Pentagon", "Hexagon",  "Arrow",
                                                 "Heart",     "Cross"};
 
 void checkQuietly(QAbstractButton *button, bool checked)
@@ -38,9 +38,9 @@ ShapesPopup::ShapesPopup(const EditorContext &context, QPushButton *shapesButton
     : EditorFeature(context), m_shapesButton(shapesButton)
 {
     const QPalette palette = context.window->palette();
-    m_popup = context.popups->create(QStringLiteral("shapesPopup"), shapesButton,
-                                     QFrame::Box | QFrame::Plain,
-                                     EditorStyle::flatButtonRules(palette));
+    m_popup =
+        context.popups->create(QStringLiteral("shapesPopup"), shapesButton,
+                               QFrame::Box | QFrame::Plain, EditorStyle::flatButtonRules(palette));
     // The button stays checked in its exclusive group, so each click flips the pop-up.
     connect(shapesButton, &QPushButton::clicked, this,
             [this] { m_context.popups->toggle(m_popup); });
@@ -69,12 +69,13 @@ ShapesPopup::ShapesPopup(const EditorContext &context, QPushButton *shapesButton
     auto *modes = new QVBoxLayout();
     modes->setSpacing(4);
     m_modes = new QButtonGroup(this);
-    QPushButton *filled = shapeButton(QStringLiteral("shapeFilled"),
-                                      tintedSvgIcon(Icons::ShapesFilled, context.iconColor, IconSize),
-                                      QStringLiteral("Filled"));
-    QPushButton *outline = shapeButton(
-        QStringLiteral("shapeOutline"),
-        tintedSvgIcon(Icons::ShapesOutline, context.iconColor, IconSize), QStringLiteral("Outline"));
+    QPushButton *filled = shapeButton(
+        QStringLiteral("shapeFilled"),
+        tintedSvgIcon(Icons::ShapesFilled, context.iconColor, IconSize), QStringLiteral("Filled"));
+    QPushButton *outline =
+        shapeButton(QStringLiteral("shapeOutline"),
+                    tintedSvgIcon(Icons::ShapesOutline, context.iconColor, IconSize),
+                    QStringLiteral("Outline"));
     filled->setChecked(true);
     m_modes->addButton(filled, int(Mode::Filled));
     m_modes->addButton(outline, int(Mode::Outline));

@@ -7,8 +7,7 @@
 
 #include <algorithm>
 
-SliderSpin::SliderSpin(const QString &name, const Range &range, const Look &look,
-                       QWidget *parent)
+SliderSpin::SliderSpin(const QString &name, const Range &range, const Look &look, QWidget *parent)
     : QWidget(parent), m_slider(new QSlider(Qt::Horizontal, this)), m_spin(new QSpinBox(this))
 {
     setObjectName(name);

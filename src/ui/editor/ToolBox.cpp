@@ -28,8 +28,9 @@ ToolBox::ToolBox(const EditorContext &context, QWidget *trailing) : EditorFeatur
     m_frame->setFrameStyle(QFrame::Box | QFrame::Plain);
     m_frame->setLineWidth(1);
     m_frame->setStyleSheet(
-        QStringLiteral("QFrame#toolBox { border: 1px solid %1; border-radius: 3px;                  "
-                       "background: palette(button); padding: 1px; }")
+        QStringLiteral(
+            "QFrame#toolBox { border: 1px solid %1; border-radius: 3px;                  "
+            "background: palette(button); padding: 1px; }")
             .arg(EditorStyle::mutedColor(palette).name()) +
         EditorStyle::flatButtonRules(palette));
 

@@ -91,9 +91,9 @@ int ToolRowLayout::arrange(const QRect &rect, bool apply) const
                 x += spare;
             for (int i = first; i <= last; ++i) {
                 const QSize hint = shown[i]->sizeHint();
-                shown[i]->setGeometry(
-                    QRect(QPoint(x, y + (lineHeight - hint.height()) / 2), hint));
-                const int step = gaps > 0 ? spare * (i - first + 1) / gaps - spare * (i - first) / gaps : 0;
+                shown[i]->setGeometry(QRect(QPoint(x, y + (lineHeight - hint.height()) / 2), hint));
+                const int step =
+                    gaps > 0 ? spare * (i - first + 1) / gaps - spare * (i - first) / gaps : 0;
                 x += hint.width() + spacing() + step;
             }
         }

@@ -18,8 +18,9 @@ WigglePopup::WigglePopup(const EditorContext &context) : EditorFeature(context)
 {
     const QSize iconSize(20, 20);
     m_button = EditorStyle::flatButton<LongPressButton>(
-        context.window, QStringLiteral("jitterButton"), jitterWavesIcon(context.iconColor, iconSize),
-        QSize(32, 32), iconSize, QStringLiteral("Jitter  (hold for amount)"));
+        context.window, QStringLiteral("jitterButton"),
+        jitterWavesIcon(context.iconColor, iconSize), QSize(32, 32), iconSize,
+        QStringLiteral("Jitter  (hold for amount)"));
     m_button->showIndicator = true;
     connect(m_button, &LongPressButton::clicked, this, &WigglePopup::setEnabled);
 
