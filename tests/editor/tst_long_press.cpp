@@ -14,8 +14,7 @@ class TestLongPress : public QObject {
 private slots:
     void pressTable_data();
     void pressTable();
-    void realClockLongPress();
-    void indicatorPaintsCorner();
+    void realClockAndCornerMark();
 };
 
 // Faults: a long press that also clicks or toggles; a flag left set so the
@@ -74,10 +73,15 @@ void TestLongPress::pressTable()
     QCOMPARE(int(clicked.count()), before + 1);
 }
 
-// Fault: the timer never started or fired under a real clock.
-void TestLongPress::realClockLongPress()
+// Faults: the timer never fires under a real clock; no corner mark, or one in
+// the wrong place or over the whole button.
+void TestLongPress::realClockAndCornerMark()
 {
     LongPressButton button(QStringLiteral("Brush"));
+    QPalette pal = button.palette();
+    pal.setColor(QPalette::ButtonText, Qt::red);
+    button.setPalette(pal);
+    button.resize(60, 30);
     button.show();
     QVERIFY(QTest::qWaitForWindowExposed(&button));
     QSignalSpy clicked(&button, &QPushButton::clicked);
@@ -86,27 +90,17 @@ void TestLongPress::realClockLongPress()
     QTRY_COMPARE(longPressed.count(), 1);
     QTest::mouseRelease(&button, Qt::LeftButton);
     QCOMPARE(clicked.count(), 0);
-}
 
-// Faults: no corner mark, a mark in the wrong place or over the whole button.
-void TestLongPress::indicatorPaintsCorner()
-{
-    LongPressButton button(QStringLiteral("Brush"));
-    QPalette pal = button.palette();
-    pal.setColor(QPalette::ButtonText, Qt::red);
-    button.setPalette(pal);
-    button.resize(60, 30);
     const QImage plain = button.grab().toImage();
     button.showIndicator = true;
     const QImage marked = button.grab().toImage();
     saveScreenshot(&button, QStringLiteral("long_press_button"));
-
     // The triangle's inside, one pixel from both edges, is tinted red.
     const QColor corner = marked.pixelColor(57, 27);
-    QVERIFY2(corner.red() > corner.green() + 60, qPrintable(corner.name()));
-    QVERIFY(plain.pixelColor(57, 27) != corner);
-    QCOMPARE(marked.pixelColor(30, 15), plain.pixelColor(30, 15));
-    QCOMPARE(marked.pixelColor(52, 27), plain.pixelColor(52, 27));
+    QVERIFY2(corner.red() > corner.green() + 60 && plain.pixelColor(57, 27) != corner,
+             qPrintable(corner.name()));
+    for (const QPoint outside : {QPoint(30, 15), QPoint(52, 27)})
+        QCOMPARE(marked.pixelColor(outside), plain.pixelColor(outside));
 }
 
 int runLongPressTests(int argc, char **argv)

@@ -1,10 +1,6 @@
-#include "Screenshot.h"
-
 #include "widgets/Icons.h"
 #include "widgets/TintedIcon.h"
 
-#include <QGridLayout>
-#include <QLabel>
 #include <QSvgRenderer>
 #include <QtTest>
 
@@ -16,23 +12,22 @@ const QString squareSvg = QStringLiteral(
 
 const QList<QPair<const char *, QString>> &allIcons()
 {
-    static const QList<QPair<const char *, QString>> icons = {
-        {"undo", Icons::Undo},
-        {"redo", Icons::Redo},
-        {"brush", Icons::Brush},
-        {"eraser", Icons::Eraser},
-        {"fill", Icons::FillBucket},
-        {"shapes filled", Icons::ShapesFilled},
-        {"outline", Icons::ShapesOutline},
-        {"jitter", Icons::Jitter},
-        {"preview", Icons::Preview},
-        {"layers", Icons::Layers},
-        {"person", Icons::Person},
-        {"people", Icons::People},
-        {"pin", Icons::Pin},
-        {"eye", Icons::Eye},
-        {"eye off", Icons::EyeOff},
-        {"drawing", Icons::Drawing}};
+    static const QList<QPair<const char *, QString>> icons = {{"undo", Icons::Undo},
+                                                              {"redo", Icons::Redo},
+                                                              {"brush", Icons::Brush},
+                                                              {"eraser", Icons::Eraser},
+                                                              {"fill", Icons::FillBucket},
+                                                              {"filled", Icons::ShapesFilled},
+                                                              {"outline", Icons::ShapesOutline},
+                                                              {"jitter", Icons::Jitter},
+                                                              {"preview", Icons::Preview},
+                                                              {"layers", Icons::Layers},
+                                                              {"person", Icons::Person},
+                                                              {"people", Icons::People},
+                                                              {"pin", Icons::Pin},
+                                                              {"eye", Icons::Eye},
+                                                              {"eye off", Icons::EyeOff},
+                                                              {"drawing", Icons::Drawing}};
     return icons;
 }
 
@@ -46,7 +41,6 @@ private slots:
     void drawnWhereExpected();
     void productIcons_data();
     void productIcons();
-    void iconSheetScreenshot();
 };
 
 // Faults: the placeholder not replaced or replaced with the alpha in it; an
@@ -125,21 +119,6 @@ void TestTintedIcon::productIcons()
         }
     }
     QVERIFY2(opaque > 100, qPrintable(QString::number(opaque)));
-}
-
-void TestTintedIcon::iconSheetScreenshot()
-{
-    QWidget sheet;
-    auto *grid = new QGridLayout(&sheet);
-    const QColor ink = sheet.palette().color(QPalette::ButtonText);
-    for (int i = 0; i < allIcons().size(); ++i) {
-        for (const int size : {48, 20}) {
-            auto *label = new QLabel;
-            label->setPixmap(tintedSvgPixmap(allIcons()[i].second, ink, QSize(size, size)));
-            grid->addWidget(label, (i / 8) * 2 + (size == 20), i % 8);
-        }
-    }
-    QVERIFY(saveScreenshot(&sheet, QStringLiteral("icons")));
 }
 
 int runTintedIconTests(int argc, char **argv)
