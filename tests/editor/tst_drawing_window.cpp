@@ -13,11 +13,10 @@
 #include "files/CanvasDirectory.h"
 #include "files/CanvasSaver.h"
 #include "widgets/ColorPickerWidget.h"
+#include "widgets/LongPressButton.h"
 
 #include <QAbstractSpinBox>
-#include <QElapsedTimer>
 #include <QLabel>
-#include <QPushButton>
 #include <QSettings>
 #include <QShortcut>
 #include <QSlider>
@@ -38,55 +37,70 @@ QSettings store()
 
 // Records what the editor hands its source; a slow one takes longer over the
 // live image than the editor's budget, as a busy graphics thread can.
-class FakeSource final : public EditorSource {
-public:
-    explicit FakeSource(QString key = QString(), int liveMs = 0) : m_key(key), m_liveMs(liveMs) {}
+struct FakeSource final : EditorSource {
+    explicit FakeSource(QString canvasKey = QString(), int liveMs = 0) : key(canvasKey), ms(liveMs)
+    {}
+    QString key;
+    int ms;
     int liveImages = 0;
     int strokes = -1;
     bool jitterOn = false;
     float amount = 0.0f;
     float interval = 0.0f;
+    QImage scene;
     std::function<void()> removed;
     QSize canvasSize() const override { return QSize(640, 360); }
-    QString canvasKey() const override { return m_key; }
+    QString canvasKey() const override { return key; }
     void commit(const QVector<Stroke> &all, const QImage &) override { strokes = int(all.size()); }
-    void setLiveImage(const QImage &) override { ++liveImages, QThread::msleep(m_liveMs); }
+    void setLiveImage(const QImage &) override { ++liveImages, QThread::msleep(ms); }
     void setJitterEnabled(bool on) override { jitterOn = on; }
     void setJitterAmount(float px) override { amount = px; }
     void setJitterInterval(float seconds) override { interval = seconds; }
-    QImage captureScene() override { return QImage(); }
+    QImage captureScene() override { return scene; }
     void setRemovedCallback(std::function<void()> callback) override { removed = callback; }
-
-private:
-    QString m_key;
-    int m_liveMs;
 };
 
-template <typename Source = FakeSource> struct Shown {
-    Source *source;
+// An editor on a fake source, shown and active.
+struct Shown {
+    FakeSource *source;
     std::unique_ptr<DrawingWindow> window;
     CanvasWidget *canvas;
-    explicit Shown(std::unique_ptr<EditorSource> owned = std::make_unique<FakeSource>())
-        : source(static_cast<Source *>(owned.get())),
-          window(std::make_unique<DrawingWindow>(std::move(owned), nullptr)),
+    explicit Shown(std::unique_ptr<FakeSource> owned = std::make_unique<FakeSource>())
+        : source(owned.get()), window(std::make_unique<DrawingWindow>(std::move(owned), nullptr)),
           canvas(window->findChild<CanvasWidget *>())
     {
         window->resize(1100, 720);
         window->show();
         window->activateWindow();
-        if (!QTest::qWaitForWindowActive(window.get()))
-            qWarning("editor not active");
+        QTest::qWaitForWindowActive(window.get());
     }
     DrawingWindow *operator->() const { return window.get(); }
+    template <typename T = QWidget> T *find(const QString &name) const
+    {
+        return window->findChild<T *>(name);
+    }
     // Clicks the button at a path of object names ("dockedLayerPanel/pinButton").
     void click(const QString &path) const
     {
         QObject *parent = window.get();
         for (const QString &name : path.split('/'))
-            parent = named<QObject>(parent, qPrintable(name));
+            parent = parent->findChild<QObject *>(name);
         qobject_cast<QAbstractButton *>(parent)->click();
     }
 };
+
+// Each pop-up and the button that opens it: a long press on the buttons with
+// a corner mark, a click on the others.
+const std::pair<const char *, const char *> Popups[] = {
+    {"colorPickerSection", "colorButton"}, {"jitterPopup", "jitterButton"},
+    {"fillPopup", "fillButton"},           {"shapesPopup", "shapesButton"},
+    {"previewPopup", "previewButton"},     {"layersPopup", "layersButton"}};
+
+void openWith(QWidget *button)
+{
+    auto *marked = qobject_cast<LongPressButton *>(button);
+    marked && marked->showIndicator ? longPress(button) : QTest::mouseClick(button, Qt::LeftButton);
+}
 
 // A click in the middle of target as the window system delivers it: to the
 // window first, where pop-ups see it.
@@ -96,20 +110,20 @@ void clickThroughWindow(QWidget *target)
                       target->mapTo(target->window(), target->rect().center()));
 }
 
-// OBS's default dark theme ("Yami") and its light variant, as they set the palette.
+// OBS's default dark theme ("Yami") and its light variant, as they set the
+// palette: window, base, light, mid, highlight, button, then the text roles.
 QPalette theme(bool dark)
 {
     QPalette palette = QApplication::style()->standardPalette();
-    const QStringList colors =
-        dark
-            ? QStringList{"#1d1f26", "#272a33", "#4e5566", "#1d1f26", "#284cb8", "#3c404d", "#fff"}
-            : QStringList{"#d3d3d3", "#e5e5e5", "#fefefe", "#d3d3d3", "#8cb5ff", "#f3f3f3", "#000"};
+    const QStringList colors = QString(dark ? "1d1f26 272a33 4e5566 1d1f26 284cb8 3c404d ffffff"
+                                            : "d3d3d3 e5e5e5 fefefe d3d3d3 8cb5ff f3f3f3 000000")
+                                   .split(' ');
     const QPalette::ColorRole roles[] = {
         QPalette::Window,     QPalette::Base,           QPalette::Light,      QPalette::Mid,
         QPalette::Highlight,  QPalette::Button,         QPalette::WindowText, QPalette::Text,
         QPalette::ButtonText, QPalette::HighlightedText};
     for (int i = 0; i < 10; ++i)
-        palette.setColor(roles[i], QColor(colors[std::min(i, 6)]));
+        palette.setColor(roles[i], QColor('#' + colors[std::min(i, 6)]));
     return palette;
 }
 
@@ -122,29 +136,29 @@ double inkContrast(const QImage &image, const QRect &area)
     for (int y = r.top(); y <= r.bottom(); ++y)
         for (int x = r.left(); x <= r.right(); ++x)
             ++counts[image.pixel(x, y)];
-    const QRgb background =
+    const QColor background(
         std::max_element(counts.keyValueBegin(), counts.keyValueEnd(), [](auto a, auto b) {
             return a.second < b.second;
-        })->first;
+        })->first);
     double best = 1.0;
     for (auto it = counts.cbegin(); it != counts.cend(); ++it)
-        best = std::max(best, EditorStyle::contrastRatio(QColor(it.key()), QColor(background)));
+        best = std::max(best, EditorStyle::contrastRatio(QColor(it.key()), background));
     return best;
 }
 
 // Every piece of text inside root as drawn in picture (root's origin at offset).
-void checkTextReads(const QImage &picture, QWidget *root, const QPoint &offset, const QString &shot)
+void checkTextReads(const QImage &picture, QWidget *root, const QPoint &offset)
 {
     for (QWidget *w : root->findChildren<QWidget *>()) {
         const QString text = w->property("text").toString();
-        const bool hasText =
-            qobject_cast<QAbstractSpinBox *>(w) ||
-            ((qobject_cast<QLabel *>(w) || qobject_cast<QAbstractButton *>(w)) && !text.isEmpty());
-        if (!hasText || !w->isVisible())
+        if (!w->isVisible() ||
+            !(qobject_cast<QAbstractSpinBox *>(w) ||
+              ((qobject_cast<QLabel *>(w) || qobject_cast<QAbstractButton *>(w)) &&
+               !text.isEmpty())))
             continue;
         const double contrast = inkContrast(picture, QRect(w->mapTo(root, offset), w->size()));
         QVERIFY2(contrast >= EditorStyle::MinimumContrast,
-                 qPrintable(QString("%1: \"%2\" %3:1").arg(shot, text).arg(contrast)));
+                 qPrintable(QString("%1 \"%2\" %3:1").arg(root->objectName(), text).arg(contrast)));
     }
 }
 
@@ -163,30 +177,33 @@ QStringList rowTexts(const QWidget *popup)
     return rows;
 }
 
-QVariant probe(CanvasWidget *canvas, const QString &what)
+// The canvas's tool state on one line: "brush=8 tool=0 color=#ff000000 ...".
+QString canvasState(const CanvasWidget *c)
 {
-    const QMap<QString, std::function<QVariant()>> probes = {
-        {"brush", [=] { return int(canvas->brushSize()); }},
-        {"tool", [=] { return canvas->tool(); }},
-        {"color", [=] { return canvas->brushColor().name(QColor::HexArgb); }},
-        {"fill", [=] { return canvas->fillTolerance(); }},
-        {"amount", [=] { return canvas->wiggleAmount(); }},
-        {"interval", [=] { return canvas->wiggleInterval(); }},
-        {"wiggle", [=] { return canvas->wiggleEnabled(); }},
-        {"shape", [=] { return canvas->shapeType(); }},
-        {"mode", [=] { return canvas->shapeMode(); }},
-        {"erase", [=] { return canvas->shapeErase(); }},
-        {"preview", [=] { return canvas->previewOpacity(); }}};
-    const QVariant value = probes.value(what)();
-    return value.typeId() == QMetaType::Float ? QVariant(qRound(value.toDouble() * 100)) : value;
+    const std::pair<const char *, QVariant> parts[] = {
+        {"brush", QString::number(c->brushSize())},
+        {"tool", c->tool()},
+        {"color", c->brushColor().name(QColor::HexArgb)},
+        {"fill", c->fillTolerance()},
+        {"amount", QString::number(c->wiggleAmount())},
+        {"interval", c->wiggleInterval()},
+        {"wiggle", c->wiggleEnabled()},
+        {"shape", c->shapeType()},
+        {"mode", c->shapeMode()},
+        {"erase", c->shapeErase()},
+        {"preview", QString::number(c->previewOpacity())}};
+    QString out;
+    for (const auto &[name, value] : parts)
+        out += QString("%1=%2 ").arg(name, value.toString());
+    return out;
 }
 
 void row(const char *tag, const char *key, const QVariant &stored, const char *shownBy,
          const QVariant &shown, const char *change, const QVariant &to, const QVariant &saved,
-         const char *probe, const QVariant &before, const QVariant &after)
+         const char *before, const char *after)
 {
-    QTest::newRow(tag) << QString(key) << QString(shownBy) << QString(change) << QString(probe)
-                       << stored << shown << to << saved << before << after;
+    QTest::newRow(tag) << QString(key) << QString(shownBy) << QString(change) << QString(before)
+                       << QString(after) << stored << shown << to << saved;
 }
 
 } // namespace
@@ -195,23 +212,29 @@ class TestDrawingWindow : public QObject {
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void init();
-    void cleanup();
-
+    void initTestCase()
+    {
+        QVERIFY(m_settings.isValid());
+        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_settings.path());
+    }
+    void init() { store().clear(), LogCapture::clear(); }
+    void cleanup()
+    {
+        CoopSession::instance().stop();
+        QApplication::setPalette(QApplication::style()->standardPalette());
+        CanvasSaver::waitForPendingSaves();
+    }
     void settingsRoundTrip_data();
     void settingsRoundTrip();
     void popups_data();
     void popups();
-    void enterClicksNothing();
-    void narrowWindowKeepsControlsApart();
+    void toolRow();
     void undoChords_data();
     void undoChords();
     void liveImagesAndCommits();
     void drawingOnDisk_data();
     void drawingOnDisk();
     void coopEditor();
-    void themesReadable_data();
     void themesReadable();
 
 private:
@@ -219,55 +242,34 @@ private:
     LogCapture m_log;
 };
 
-void TestDrawingWindow::initTestCase()
-{
-    QVERIFY(m_settings.isValid());
-    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_settings.path());
-    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, m_settings.path());
-}
-
-void TestDrawingWindow::init()
-{
-    store().clear();
-    LogCapture::clear();
-}
-
-void TestDrawingWindow::cleanup()
-{
-    CoopSession::instance().stop();
-    CoopCanvas::instance().clear();
-    QApplication::setPalette(QApplication::style()->standardPalette());
-    CanvasSaver::waitForPendingSaves();
-}
-
 void TestDrawingWindow::settingsRoundTrip_data()
 {
-    for (const char *column : {"key", "shownBy", "change", "probe"})
+    for (const char *column : {"key", "shownBy", "change", "before", "after"})
         QTest::addColumn<QString>(column);
-    for (const char *column : {"stored", "shown", "to", "saved", "before", "after"})
+    for (const char *column : {"stored", "shown", "to", "saved"})
         QTest::addColumn<QVariant>(column);
     const QVariant click;
-    row("size", "brushSize", 400, "brushSizeSlider", 150, "brushSizeSpin", 12, 12, "brush", 400,
-        12);
-    row("tool", "tool", 2, "fillButton", true, "eraserButton", click, 1, "tool", 2, 1);
-    row("colour", "color", "#2080f0", "", {}, "picker", "#010203", "#010203", "color", "#ff2080f0",
-        "#ff010203");
-    row("opacity", "opacity", 40, "opacityLabel", "40%", "opacitySlider", 70, 70, "color",
-        "#66000000", "#b2000000");
-    row("fill", "fillTolerance", 12, "fillToleranceSpin", 12, "fillToleranceSlider", 99, 99, "fill",
-        12, 99);
+    row("size", "brushSize", 400, "brushSizeSlider", 150, "brushSizeSpin", 12, 12, "brush=400",
+        "brush=12");
+    row("tool", "tool", 2, "fillButton", true, "eraserButton", click, 1, "tool=2", "tool=1");
+    row("colour", "color", "#2080f0", "", {}, "picker", "#010203", "#010203", "color=#ff2080f0",
+        "color=#ff010203");
+    row("opacity", "opacity", 40, "opacityLabel", "40%", "opacitySlider", 70, 70, "color=#66000000",
+        "color=#b2000000");
+    row("fill", "fillTolerance", 12, "fillToleranceSpin", 12, "fillToleranceSlider", 99, 99,
+        "fill=12", "fill=99");
     row("amount", "jitterAmount", 100, "jitterAmountSlider", 100, "jitterAmountSpin", 0, 0,
-        "amount", 400, 10);
-    row("speed", "jitterSpeed", 5, "jitterSpeedSpin", 5, "jitterSpeedSlider", 100, 100, "interval",
-        500, 33);
+        "amount=4", "amount=0.1");
+    row("speed", "jitterSpeed", 5, "jitterSpeedSpin", 5, "jitterSpeedSlider", 100, 100,
+        "interval=500", "interval=33");
     row("wiggle", "jitterEnabled", true, "jitterButton", true, "jitterButton", click, false,
-        "wiggle", true, false);
-    row("shape", "shapeType", 7, "shapeArrow", true, "shapeStar", click, 4, "shape", 7, 4);
-    row("mode", "shapeMode", 1, "shapeOutline", true, "shapeFilled", click, 0, "mode", 1, 0);
+        "wiggle=true", "wiggle=false");
+    row("shape", "shapeType", 7, "shapeArrow", true, "shapeStar", click, 4, "shape=7", "shape=4");
+    row("mode", "shapeMode", 1, "shapeOutline", true, "shapeFilled", click, 0, "mode=1", "mode=0");
     row("erase", "shapeErase", true, "shapeEraseButton", true, "shapeEraseButton", click, false,
-        "erase", true, false);
+        "erase=true", "erase=false");
     row("preview", "previewOpacity", 33, "previewOpacitySpin", 33, "previewOpacitySlider", 80, 80,
-        "preview", 33, 80);
+        "preview=0.33", "preview=0.8");
 }
 
 // Every field of the settings through its feature: applied to the control and
@@ -279,37 +281,37 @@ void TestDrawingWindow::settingsRoundTrip_data()
 void TestDrawingWindow::settingsRoundTrip()
 {
     QFETCH(QString, key);
-    QFETCH(QString, shownBy);
     QFETCH(QString, change);
-    QFETCH(QString, probe);
-    QFETCH(QVariant, stored);
     QFETCH(QVariant, to);
+    QFETCH(QVariant, stored);
     store().setValue(key, stored);
     Shown w;
-    if (QObject *control = w->findChild<QObject *>(shownBy)) {
-        const char *property = qobject_cast<QAbstractButton *>(control) ? "checked"
-                               : qobject_cast<QLabel *>(control)        ? "text"
-                                                                        : "value";
-        QTEST(control->property(property), "shown");
+    QFETCH(QString, shownBy);
+    if (QObject *shown = w.find<QObject>(shownBy)) {
+        const char *property = qobject_cast<QAbstractButton *>(shown) ? "checked"
+                               : qobject_cast<QLabel *>(shown)        ? "text"
+                                                                      : "value";
+        QTEST(shown->property(property), "shown");
     }
-    QTEST(::probe(w.canvas, probe), "before");
+    QFETCH(QString, before);
+    QVERIFY2(canvasState(w.canvas).contains(before + ' '), qPrintable(canvasState(w.canvas)));
     if (change == "picker") {
-        emit w->findChild<ColorPickerWidget *>()->colorChanged(QColor(to.toString()));
+        emit w.find<ColorPickerWidget>(QString())->colorChanged(QColor(to.toString()));
     } else if (!to.isValid()) {
         w.click(change);
     } else {
-        named<QObject>(w.window.get(), qPrintable(change))->setProperty("value", to);
+        w.find<QObject>(change)->setProperty("value", to);
         QString partner = change;
         partner.replace("Spin", "X").replace("Slider", "Spin").replace("X", "Slider");
-        if (const QObject *other = w->findChild<QObject *>(partner))
+        if (const QObject *other = w.find<QObject>(partner))
             QCOMPARE(other->property("value").toInt(),
                      std::min(to.toInt(), other->property("maximum").toInt()));
     }
-    QTEST(::probe(w.canvas, probe), "after");
+    QFETCH(QString, after);
+    QVERIFY2(canvasState(w.canvas).contains(after + ' '), qPrintable(canvasState(w.canvas)));
     QCOMPARE(w.source->jitterOn, w.canvas->wiggleEnabled());
     QCOMPARE(w.source->amount, w.canvas->wiggleAmount());
     QCOMPARE(int(1000.0f * w.source->interval), w.canvas->wiggleInterval());
-
     w->resize(700, 500);
     w->close();
     QFETCH(QVariant, saved);
@@ -324,16 +326,13 @@ void TestDrawingWindow::popups_data()
     QTest::addColumn<QString>("turnOn"); // clicked before, and after to close the pop-up
     QTest::addColumn<QStringList>("closers");
     QTest::addColumn<int>("tool");
-    QTest::newRow("colour") << "colorPickerSection" << "colorButton" << "" << QStringList() << 0;
-    QTest::newRow("wiggle") << "jitterPopup" << "jitterButton" << "jitterButton" << QStringList()
-                            << 0;
-    QTest::newRow("fill") << "fillPopup" << "fillButton" << "" << QStringList() << 2;
-    QTest::newRow("shapes") << "shapesPopup" << "shapesButton" << "" << QStringList{"eraserButton"}
-                            << 1;
-    QTest::newRow("preview") << "previewPopup" << "previewButton" << "previewButton"
-                             << QStringList() << 0;
-    QTest::newRow("layers") << "layersPopup" << "layersButton" << ""
-                            << QStringList{"popupLayerPanel/pinButton", "layersButton"} << 0;
+    const char *on[] = {"", "jitterButton", "", "", "previewButton", ""};
+    const QStringList closers[] = {
+        {}, {}, {}, {"eraserButton"}, {}, {"popupLayerPanel/pinButton", "layersButton"}};
+    const int tools[] = {0, 0, 2, 1, 0, 0};
+    for (int i = 0; i < 6; ++i)
+        QTest::newRow(Popups[i].first) << QString(Popups[i].first) << QString(Popups[i].second)
+                                       << QString(on[i]) << closers[i] << tools[i];
 }
 
 // Faults: a pop-up that opens elsewhere than under its button or outside the
@@ -346,67 +345,59 @@ void TestDrawingWindow::popups()
     QFETCH(QString, popup);
     QFETCH(QString, anchor);
     QFETCH(QString, turnOn);
+    QFETCH(QStringList, closers);
     Shown w;
-    auto *frame = named<QWidget>(w.window.get(), qPrintable(popup));
-    auto *button = named<QWidget>(w.window.get(), qPrintable(anchor));
-    const bool held = qobject_cast<QPushButton *>(button) && anchor != "shapesButton";
-    const auto open = [&] {
-        held ? longPress(button) : QTest::mouseClick(button, Qt::LeftButton);
-        QVERIFY(frame->isVisible());
-    };
-    open();
+    auto *frame = w.find(popup);
+    auto *button = w.find(anchor);
+    const bool held = qobject_cast<LongPressButton *>(button) && anchor != "shapesButton";
+    openWith(button);
+    QVERIFY(frame->isVisible());
     QVERIFY(frame->y() >= button->mapTo(w.window.get(), QPoint(0, button->height())).y());
     QVERIFY(QRect(4, 4, w->width() - 8, w->height() - 8).contains(frame->geometry()));
     QTest::mouseClick(frame, Qt::LeftButton, {}, QPoint(2, 2));
     QTest::mouseClick(button, Qt::LeftButton);
     QCOMPARE(frame->isVisible(), held); // a click on its button folds it
     if (!held)
-        open();
+        openWith(button);
     w->resize(900, 720);
-    QTRY_VERIFY(frame->geometry().right() <= w->width() - 4);
+    QTRY_VERIFY(frame->isVisible() && frame->geometry().right() <= w->width() - 4);
     clickThroughWindow(w.canvas);
     QVERIFY(frame->isHidden());
     QVERIFY(!w.canvas->canUndo());
 
-    if (!turnOn.isEmpty() && !w->findChild<QAbstractButton *>(turnOn)->isChecked())
+    if (!turnOn.isEmpty() && !w.find<QAbstractButton>(turnOn)->isChecked())
         w.click(turnOn);
-    open();
-    QFETCH(QStringList, closers);
+    openWith(button);
     for (const QString &path : turnOn.isEmpty() ? closers : QStringList{turnOn})
         w.click(path);
     QCOMPARE(frame->isVisible(), closers.isEmpty() && turnOn.isEmpty());
     QTEST(w.canvas->tool(), "tool");
     if (popup == "layersPopup") {
-        QVERIFY(named<QWidget>(w.window.get(), "dockedLayerPanel")->isVisible());
+        QVERIFY(w.find("dockedLayerPanel")->isVisible());
         w.click("dockedLayerPanel/pinButton");
         w.click("layersButton");
         QVERIFY(frame->isVisible());
     }
 }
 
-// Fault: Enter after typing a size, or on a focused tool, clicks a button of
-// the dialog (auto-default buttons).
-void TestDrawingWindow::enterClicksNothing()
+// Faults: Enter after typing a size, or on a focused tool, clicks a button of
+// the dialog (auto-default buttons); at the narrowest width the window allows
+// controls lie on each other.
+void TestDrawingWindow::toolRow()
 {
     Shown w;
     w.click("eraserButton");
-    auto *spin = named<QAbstractSpinBox>(w.window.get(), "brushSizeSpin");
+    auto *spin = w.find<QAbstractSpinBox>("brushSizeSpin");
     spin->setFocus();
     spin->selectAll();
     QTest::keyClicks(spin, "12");
     QTest::keyClick(spin, Qt::Key_Return);
     QCOMPARE(w.canvas->brushSize(), 12.0f);
-    auto *shapes = named<QWidget>(w.window.get(), "shapesButton");
-    shapes->setFocus();
-    QTest::keyClick(shapes, Qt::Key_Enter);
+    w.find("shapesButton")->setFocus();
+    QTest::keyClick(w.find("shapesButton"), Qt::Key_Enter);
     QCOMPARE(w.canvas->tool(), int(Tool::Eraser));
     QVERIFY(w->isVisible());
-}
 
-// Fault: at the narrowest width the window allows, controls lie on each other.
-void TestDrawingWindow::narrowWindowKeepsControlsApart()
-{
-    Shown w;
     for (const int width : {640, w->minimumSizeHint().width()}) {
         w->resize(width, 600);
         QTRY_COMPARE(w->width(), std::max(width, w->minimumWidth()));
@@ -430,14 +421,16 @@ void TestDrawingWindow::narrowWindowKeepsControlsApart()
 void TestDrawingWindow::undoChords_data()
 {
     QTest::addColumn<int>("key");
-    QTest::addColumn<bool>("shift");
-    QTest::addColumn<QString>("keyText");
+    QTest::addColumn<int>("modifiers");
+    QTest::addColumn<QString>("logged"); // the key as the lines name it, empty for no lines
     QTest::addColumn<QString>("action");
-    QTest::newRow("Ctrl+Z") << int(Qt::Key_Z) << false << "Z" << "UNDO";
-    QTest::newRow("Ctrl+Y") << int(Qt::Key_Y) << false << "Y" << "REDO";
-    QTest::newRow("Ctrl+Shift+Y") << int(Qt::Key_Y) << true << "Y+Shift" << "REDO";
-    QTest::newRow("Ctrl+Shift+Z") << int(Qt::Key_Z) << true << "Z+Shift" << "REDO";
-    QTest::newRow("host window active") << int(Qt::Key_Z) << false << "" << "";
+    const int ctrl = Qt::ControlModifier;
+    const int shift = Qt::ControlModifier | Qt::ShiftModifier;
+    QTest::newRow("Ctrl+Z") << int(Qt::Key_Z) << ctrl << "Z" << "UNDO";
+    QTest::newRow("Ctrl+Y") << int(Qt::Key_Y) << ctrl << "Y" << "REDO";
+    QTest::newRow("Ctrl+Shift+Y") << int(Qt::Key_Y) << shift << "Y+Shift" << "REDO";
+    QTest::newRow("Ctrl+Shift+Z") << int(Qt::Key_Z) << shift << "Z+Shift" << "REDO";
+    QTest::newRow("host window active") << int(Qt::Key_Z) << ctrl << "" << "HOST";
 }
 
 // With the focus in the size spin box the chords act on the drawing, each
@@ -448,8 +441,8 @@ void TestDrawingWindow::undoChords_data()
 void TestDrawingWindow::undoChords()
 {
     QFETCH(int, key);
-    QFETCH(bool, shift);
-    QFETCH(QString, keyText);
+    QFETCH(int, modifiers);
+    QFETCH(QString, logged);
     QFETCH(QString, action);
     Shown w;
     strokeAcross(w.canvas);
@@ -459,37 +452,33 @@ void TestDrawingWindow::undoChords()
     int hostUndos = 0;
     connect(new QShortcut(QKeySequence("Ctrl+Z"), &host), &QShortcut::activated,
             [&hostUndos] { ++hostUndos; });
-    QWidget *focus = named<QWidget>(w.window.get(), "brushSizeSpin");
-    if (action.isEmpty()) {
+    QWidget *focus = action == "HOST" ? &host : w.find("brushSizeSpin");
+    if (focus == &host) {
         host.show();
         host.activateWindow();
         QVERIFY(QTest::qWaitForWindowActive(&host));
-        focus = &host;
     }
     focus->setFocus();
-    focus = QApplication::focusWidget();
+    focus = QApplication::focusWidget() ? QApplication::focusWidget() : focus;
     LogCapture::clear();
-    QTest::keyClick(focus, Qt::Key(key),
-                    shift ? Qt::ControlModifier | Qt::ShiftModifier : Qt::ControlModifier);
+    QTest::keyClick(focus, Qt::Key(key), Qt::KeyboardModifiers(modifiers));
     QCOMPARE(w.canvas->canUndo(), action != "UNDO");
-    QCOMPARE(hostUndos, action.isEmpty() ? 1 : 0);
-    QCOMPARE(named<QAbstractSpinBox>(w.window.get(), "brushSizeSpin")->text(), QString("8 px"));
+    QCOMPARE(hostUndos, int(action == "HOST"));
+    QCOMPARE(w.find<QAbstractSpinBox>("brushSizeSpin")->text(), QString("8 px"));
     QStringList expected;
-    const char *focusClass = focus->metaObject()->className();
+    const char *at = focus->metaObject()->className();
     for (const char *kind : {"ShortcutOverride", "KeyPress"})
         expected << QString::asprintf(
             "[PD-Undo] %-16s key=%s | thisActive=1 activeWin=DrawingWindow focus=%s recv=%s", kind,
-            qPrintable(keyText), focusClass, focusClass);
-    if (action.isEmpty())
-        expected.clear();
-    else
-        expected << "[PD-Undo]   -> canvas " + action;
-    QCOMPARE(LogCapture::matching("[PD-Undo]"), expected);
+            qPrintable(logged), at, at);
+    expected << "[PD-Undo]   -> canvas " + action;
+    QCOMPARE(LogCapture::matching("[PD-Undo]"), logged.isEmpty() ? QStringList() : expected);
 }
 
 // Faults: every move handed to the source, or none; a dropped update sent
 // later; a slow hand-off not logged, or in another form; a commit or a Clear
-// that leaves the stream behind.
+// that leaves the stream behind; no scene behind the canvas, or a capture
+// timer left running.
 void TestDrawingWindow::liveImagesAndCommits()
 {
     Shown w(std::make_unique<FakeSource>(QString(), 12));
@@ -497,26 +486,34 @@ void TestDrawingWindow::liveImagesAndCommits()
     LogCapture::clear();
     QElapsedTimer clock;
     clock.start();
-    mouse(w.canvas, QEvent::MouseButtonPress, QPointF(100, 100), Qt::LeftButton);
-    int moves = 0;
-    while (clock.elapsed() < 300)
-        mouse(w.canvas, QEvent::MouseMove, QPointF(100 + ++moves % 300, 100 + moves % 2 * 20),
-              Qt::LeftButton);
+    QTest::mousePress(w.canvas, Qt::LeftButton, {}, QPoint(100, 100));
+    for (int move = 1; clock.elapsed() < 300; ++move)
+        QTest::mouseMove(w.canvas, QPoint(100 + move % 300, 100 + move % 2 * 20));
     const int live = w.source->liveImages;
     QVERIFY2(live >= 2 && live <= clock.elapsed() / DrawingWindow::LiveUpdateIntervalMs + 1,
-             qPrintable(QString("%1 live images, %2 moves").arg(live).arg(moves)));
+             qPrintable(QString::number(live)));
     QTest::qWait(100);
-    mouse(w.canvas, QEvent::MouseButtonRelease, QPointF(160, 120), Qt::NoButton);
+    QTest::mouseRelease(w.canvas, Qt::LeftButton, {}, QPoint(160, 120));
     QCOMPARE(w.source->liveImages, live);
     QCOMPARE(w.source->strokes, 1);
     const QStringList lines = LogCapture::matching("[PD] onDrawingUpdated:");
     QCOMPARE(lines.size(), live);
-    const QRegularExpressionMatch match =
-        QRegularExpression("^\\[PD\\] onDrawingUpdated: composite \\d+ ms \\| upload (\\d+) ms$")
-            .match(lines.first());
-    QVERIFY2(match.hasMatch() && match.captured(1).toInt() >= 12, qPrintable(lines.first()));
+    QVERIFY2(QRegularExpression("^\\[PD\\] onDrawingUpdated: composite \\d+ ms \\| upload "
+                                "(1[2-9]|[2-9]\\d|\\d{3,}) ms$")
+                 .match(lines.first())
+                 .hasMatch(),
+             qPrintable(lines.first()));
     w.click("clearButton");
     QCOMPARE(w.source->strokes, 0);
+
+    w.source->scene = QImage(640, 360, QImage::Format_RGBA8888);
+    w.source->scene.fill(Qt::blue);
+    w.click("previewButton");
+    QVERIFY(w.find<QTimer>("previewTimer")->isActive());
+    const QColor middle = w.canvas->grab().toImage().pixelColor(w.canvas->rect().center());
+    QVERIFY2(middle.blue() > 200 && middle.red() < 50, qPrintable(middle.name()));
+    w.click("previewButton");
+    QVERIFY(!w.find<QTimer>("previewTimer")->isActive());
 }
 
 void TestDrawingWindow::drawingOnDisk_data()
@@ -536,7 +533,6 @@ void TestDrawingWindow::drawingOnDisk_data()
 void TestDrawingWindow::drawingOnDisk()
 {
     QFETCH(QString, ending);
-    QFETCH(bool, writes);
     const QString key = QString("disk-") + QTest::currentDataTag();
     const QString file = canvasDirectory(key) + "/canvas_layers.json";
     {
@@ -548,8 +544,7 @@ void TestDrawingWindow::drawingOnDisk()
         sinceChange.start();
         if (ending == "wait") {
             QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(file), 15000);
-            QVERIFY2(sinceChange.elapsed() >= 1400,
-                     qPrintable(QString::number(sinceChange.elapsed())));
+            QVERIFY(sinceChange.elapsed() >= 1400);
         } else if (ending == "removed") {
             w.source->removed();
             QTRY_VERIFY(!w->isVisible());
@@ -557,12 +552,12 @@ void TestDrawingWindow::drawingOnDisk()
         } else {
             QVERIFY(!QFileInfo::exists(file));
             ending == "close" ? void(w->close()) : QTest::keyClick(w.window.get(), Qt::Key_Escape);
+            QVERIFY(!w->isVisible());
         }
-        QVERIFY(!w->isVisible() || ending == "wait");
         CanvasSaver::waitForPendingSaves();
     }
-    QCOMPARE(QFileInfo::exists(file), writes);
-    if (writes) {
+    QTEST(QFileInfo::exists(file), "writes");
+    if (QFileInfo::exists(file)) {
         Shown next(std::make_unique<FakeSource>(key));
         QCOMPARE(next.canvas->layerCount(), 2);
         QVERIFY(next.canvas->flatComposite() != next.canvas->document()->blankImage());
@@ -576,14 +571,13 @@ void TestDrawingWindow::drawingOnDisk()
 // second editor; strokes or a Clear not shared, or files written; the host's
 // picture, strokes or clears not reaching the canvas; Ctrl+Z claimed; the
 // users pop-up not following the session, its closing click painting, kick
-// buttons for a client, a nameless user not shown as Anon, a kick of the wrong
-// user; the editor left open after the session ended.
+// buttons for a client; the editor left open after the session ended.
 void TestDrawingWindow::coopEditor()
 {
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost, 0);
-    const quint16 port = probe.serverPort();
-    probe.close();
+    QTcpServer freePort;
+    freePort.listen(QHostAddress::LocalHost, 0);
+    const quint16 port = freePort.serverPort();
+    freePort.close();
     QImage hostPicture(800, 450, QImage::Format_RGBA8888);
     hostPicture.fill(Qt::transparent);
     hostPicture.setPixelColor(50, 50, QColor(0, 128, 255));
@@ -593,29 +587,25 @@ void TestDrawingWindow::coopEditor()
     CoopCanvas &shared = CoopCanvas::instance();
     shared.setCanvasSize(800, 450);
     store().setValue("jitterEnabled", true);
-    store().setValue("jitterAmount", 100);
     store().setValue("fillTolerance", 12);
 
     const QString key = CoopEditorSource::EditorKey;
     QPointer<DrawingWindow> w = EditorWindows::open(key, makeCoopEditorSource(), nullptr);
     QVERIFY(QTest::qWaitForWindowActive(w));
     QCOMPARE(EditorWindows::raise(key), w.data());
-    QVERIFY(w->isCoopMode());
     QCOMPARE(w->windowTitle(), QString("Pennoria: Draw \u2014 Co-op Canvas"));
     for (const char *absent : {"undoButton", "redoButton", "previewButton", "layersPopup"})
         QVERIFY2(!w->findChild<QWidget *>(absent), absent);
-    CanvasWidget *canvas = w->findChild<CanvasWidget *>();
+    auto *canvas = w->findChild<CanvasWidget *>();
     QCOMPARE(QSize(canvas->canvasWidth(), canvas->canvasHeight()), QSize(800, 450));
     QCOMPARE(canvas->fillTolerance(), 200);
     QVERIFY(shared.jitterEnabled());
-    QCOMPARE(shared.jitterAmountPx(), 4.0f);
     int shortcuts = 0;
     connect(new QShortcut(QKeySequence("Ctrl+Z"), w), &QShortcut::activated,
             [&shortcuts] { ++shortcuts; });
     strokeAcross(canvas);
     QTest::keyClick(w, Qt::Key_Z, Qt::ControlModifier);
     QCOMPARE(shortcuts, 1);
-    QVERIFY(LogCapture::matching("[PD-Undo]").isEmpty());
     QVERIFY(shared.image() != canvas->document()->blankImage());
     named<QAbstractButton>(w, "clearButton")->click();
     QCOMPARE(shared.image(), canvas->document()->blankImage());
@@ -631,8 +621,8 @@ void TestDrawingWindow::coopEditor()
     QTRY_COMPARE_WITH_TIMEOUT(rowTexts(users).size(), 2, 10000);
     QCOMPARE(rowTexts(users).last(), QString("Me  (you)|\u2014"));
     QVERIFY(!users->findChild<QToolButton *>());
-    const QPoint corner = usersButton->mapToGlobal(QPoint(32, 32));
-    QCOMPARE(users->geometry().topRight() + QPoint(1, 0), corner + QPoint(0, 2));
+    const QPoint corner = usersButton->mapToGlobal(QPoint(32, 34));
+    QCOMPARE(users->geometry().topRight() + QPoint(1, 0), corner);
     clickThroughWindow(canvas);
     QVERIFY(users->isHidden());
     QVERIFY(!canvas->canUndo());
@@ -642,100 +632,76 @@ void TestDrawingWindow::coopEditor()
     stroke.color = QColor(200, 0, 0);
     stroke.width = 30.0f;
     host.sendStroke(stroke);
-    QTRY_COMPARE_WITH_TIMEOUT(canvas->flatComposite().pixelColor(600, 300), QColor(200, 0, 0),
-                              10000);
+    QTRY_COMPARE_WITH_TIMEOUT(canvas->flatComposite().pixelColor(600, 300), stroke.color, 10000);
     host.sendClear();
-    QTRY_COMPARE_WITH_TIMEOUT(canvas->flatComposite().pixelColor(600, 300), QColor(Qt::transparent),
-                              10000);
+    QTRY_COMPARE_WITH_TIMEOUT(canvas->flatComposite().pixel(600, 300), 0u, 10000);
     host.stop();
     QTRY_VERIFY_WITH_TIMEOUT(!w || !w->isVisible(), 10000);
     QVERIFY(!EditorWindows::raise(key));
-
-    // The host's view of the rows: a kick button on every row but its own.
-    CoopUsersPopup asHost;
-    QSignalSpy kicks(&asHost, &CoopUsersPopup::kickRequested);
-    asHost.setUsers({{9, "Old", 1, false, false}}, true);
-    asHost.setUsers({{0, "Ada", -1, true, true}, {2, "", 35, false, false}}, true);
-    QCOMPARE(rowTexts(&asHost),
-             QStringList({"Ada  (host)  (you)|\u2014", "Anon|35 ms|\u2715 Kick Anon"}));
-    QCOMPARE(asHost.findChildren<QLabel *>("usersHeader").last()->text(),
-             QString("<b>Connected \u2014 2</b>"));
-    asHost.findChildren<QToolButton *>().last()->click();
-    QCOMPARE(kicks.size(), 1);
-    QCOMPARE(kicks.first().first().toInt(), 2);
+    shared.setJitterEnabled(false);
     shared.setCanvasSize(1920, 1080);
-}
-
-void TestDrawingWindow::themesReadable_data()
-{
-    QTest::addColumn<bool>("dark");
-    QTest::newRow("dark") << true;
-    QTest::newRow("light") << false;
 }
 
 // Screenshots of the editor and every pop-up in OBS's dark and light themes,
 // measured. Faults: text, borders or pings in the background's colour
 // (palette(mid) is the window colour in OBS's themes); a hovered tool whose
 // icon fades into the hover colour; disabled undo that looks enabled; a black
-// colour swatch that vanishes on a dark tool row.
+// colour swatch that vanishes on a dark tool row; in the host's list of
+// users a nameless user not shown as Anon, a kick of the wrong user, stale rows.
 void TestDrawingWindow::themesReadable()
 {
-    QFETCH(bool, dark);
-    const QString suffix = dark ? "_dark" : "_light";
-    QApplication::setPalette(theme(dark));
-    const QColor window = QApplication::palette().color(QPalette::Window);
-    const auto readsOnWindow = [&](const QImage &picture, QPoint at) {
-        return EditorStyle::contrastRatio(picture.pixelColor(at), window) >=
-               EditorStyle::MinimumContrast;
-    };
-    Shown w;
-    strokeAcross(w.canvas);
-    w.canvas->undo();
-    emit w->findChild<ColorPickerWidget *>()->colorChanged(Qt::black);
-    QImage picture = w->grab().toImage();
-    saveScreenshot(w.window.get(), "editor_window" + suffix);
-    checkTextReads(picture, w.window.get(), QPoint(), "window");
-    auto *swatch = named<QWidget>(w.window.get(), "colorButton");
-    QVERIFY(readsOnWindow(picture, swatch->mapTo(w.window.get(), QPoint(0, 14))));
+    for (const QString theme : {"_dark", "_light"}) {
+        QApplication::setPalette(::theme(theme == "_dark"));
+        const QColor window = QApplication::palette().color(QPalette::Window);
+        const auto reads = [&](const QImage &picture, QPoint at) {
+            return EditorStyle::contrastRatio(picture.pixelColor(at), window) >=
+                   EditorStyle::MinimumContrast;
+        };
+        Shown w;
+        strokeAcross(w.canvas);
+        w.canvas->undo();
+        emit w.find<ColorPickerWidget>(QString())->colorChanged(Qt::black);
+        saveScreenshot(w.window.get(), "editor_window" + theme);
+        QImage picture = w->grab().toImage();
+        checkTextReads(picture, w.window.get(), QPoint());
+        QVERIFY(reads(picture, w.find("colorButton")->mapTo(w.window.get(), QPoint(0, 14))));
+        const auto iconContrast = [&](const char *name) {
+            return inkContrast(w.find(name)->grab().toImage(), QRect(6, 6, 16, 16));
+        };
+        w.find("eraserButton")->setAttribute(Qt::WA_UnderMouse);
+        QVERIFY(iconContrast("eraserButton") >= EditorStyle::MinimumContrast);
+        QVERIFY(!w.find("undoButton")->isEnabled());
+        QVERIFY(iconContrast("undoButton") < 0.6 * iconContrast("redoButton"));
 
-    const auto iconContrast = [&](const char *name) {
-        QWidget *button = named<QWidget>(w.window.get(), name);
-        return inkContrast(button->grab().toImage(), button->rect().adjusted(6, 6, -6, -6));
-    };
-    named<QWidget>(w.window.get(), "eraserButton")->setAttribute(Qt::WA_UnderMouse);
-    QVERIFY(iconContrast("eraserButton") >= EditorStyle::MinimumContrast);
-    QVERIFY(!named<QWidget>(w.window.get(), "undoButton")->isEnabled());
-    QVERIFY2(iconContrast("undoButton") < 0.6 * iconContrast("redoButton"),
-             qPrintable(QString::number(iconContrast("undoButton"))));
+        for (const auto &[name, anchor] : Popups) {
+            auto *frame = w.find(name);
+            openWith(w.find(anchor));
+            QTest::qWait(50); // rows added to a shown panel appear with the next events
+            saveScreenshot(w.window.get(), QString("editor_") + name + theme);
+            picture = w->grab().toImage();
+            checkTextReads(picture, frame, frame->pos());
+            QVERIFY2(reads(picture, frame->pos() + QPoint(0, frame->height() / 2)), name);
+            clickThroughWindow(w.canvas);
+        }
 
-    const std::pair<const char *, const char *> popups[] = {
-        {"colorPickerSection", "colorButton"}, {"jitterPopup", "jitterButton"},
-        {"fillPopup", "fillButton"},           {"shapesPopup", "shapesButton"},
-        {"previewPopup", "previewButton"},     {"layersPopup", "layersButton"}};
-    for (const auto &[name, anchor] : popups) {
-        auto *frame = named<QWidget>(w.window.get(), name);
-        auto *button = named<QWidget>(w.window.get(), anchor);
-        qobject_cast<QPushButton *>(button) && button != w->findChild<QWidget *>("shapesButton")
-            ? longPress(button)
-            : QTest::mouseClick(button, Qt::LeftButton);
-        QTest::qWait(50); // rows added to a shown panel appear with the next events
-        picture = w->grab().toImage();
-        saveScreenshot(w.window.get(), QString("editor_") + name + suffix);
-        checkTextReads(picture, frame, frame->pos(), name);
-        QVERIFY2(readsOnWindow(picture, frame->pos() + QPoint(0, frame->height() / 2)), name);
-        clickThroughWindow(w.canvas);
+        // The users pop-up is a window of its own, shot and measured by itself.
+        CoopUsersPopup users;
+        QSignalSpy kicks(&users, &CoopUsersPopup::kickRequested);
+        users.setUsers({{9, "Old", 1, false, false}}, true);
+        users.setUsers({{0, "Ada", -1, true, true}, {2, "", 35, false, false}}, true);
+        QCOMPARE(rowTexts(&users),
+                 QStringList({"Ada  (host)  (you)|\u2014", "Anon|35 ms|\u2715 Kick Anon"}));
+        QCOMPARE(users.findChildren<QLabel *>("usersHeader").last()->text(),
+                 QString("<b>Connected \u2014 2</b>"));
+        users.findChildren<QToolButton *>().last()->click();
+        QCOMPARE(kicks.value(0).value(0).toInt(), 2);
+        users.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&users));
+        saveScreenshot(&users, "editor_coopUsersPopup" + theme);
+        picture = users.grab().toImage();
+        checkTextReads(picture, &users, QPoint());
+        QVERIFY(reads(picture, QPoint(0, picture.height() / 2)));
     }
-
-    // The users pop-up is a window of its own, shot and measured by itself.
-    CoopUsersPopup users;
-    users.setUsers({{0, "Ada", -1, true, true}, {2, "", 35, false, false}}, true);
-    users.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&users));
-    picture = users.grab().toImage();
-    QVERIFY(picture.save(QStringLiteral(PD_BINARY_DIR "/screenshots/editor_coopUsersPopup") +
-                         suffix + ".png"));
-    checkTextReads(picture, &users, QPoint(), "users");
-    QVERIFY(readsOnWindow(picture, QPoint(0, picture.height() / 2)));
 }
 
 QTEST_MAIN(TestDrawingWindow)
