@@ -1,12 +1,10 @@
 #pragma once
 
-#include <QApplication>
 #include <QTimer>
 #include <QWidget>
 #include <QtTest>
 
-// Input as the window system delivers it, through the application so its
-// event filters see every event, and widgets reached by their object names.
+// Simulated input for the editor's tests.
 namespace EditorTestInput {
 
 // A brush stroke across the middle of the widget.
@@ -19,16 +17,11 @@ inline void strokeAcross(QWidget *w)
     QTest::mouseRelease(w, Qt::LeftButton, {}, QPoint(w->width() * 4 / 5, y));
 }
 
-template <typename T = QWidget> T *named(const QObject *root, const char *name)
-{
-    return root->findChild<T *>(QLatin1String(name));
-}
-
 // Holds a long-press button down past its timer, as a user holding it would.
 inline void longPress(QWidget *button)
 {
     QTest::mousePress(button, Qt::LeftButton);
-    QTimer *timer = named<QTimer>(button, "longPressTimer");
+    QTimer *timer = button->findChild<QTimer *>("longPressTimer");
     QTimerEvent event(timer->timerId());
     QCoreApplication::sendEvent(timer, &event);
     QTest::mouseRelease(button, Qt::LeftButton);

@@ -46,9 +46,7 @@ void TestLongPress::pressTable()
     button.show();
     QVERIFY(QTest::qWaitForWindowExposed(&button));
     auto *timer = button.findChild<QTimer *>(QStringLiteral("longPressTimer"));
-    QVERIFY(timer);
-    QCOMPARE(timer->interval(), 333);
-    QVERIFY(timer->isSingleShot());
+    QVERIFY(timer && timer->interval() == 333 && timer->isSingleShot());
     QCOMPARE(timer->timerType(), Qt::PreciseTimer);
     QSignalSpy clicked(&button, &QPushButton::clicked);
     QSignalSpy longPressed(&button, &LongPressButton::longPressed);
