@@ -1,6 +1,7 @@
 #include "editor/PopupHost.h"
 
 #include "editor/EditorStyle.h"
+#include "widgets/LongPressButton.h"
 
 #include <QApplication>
 #include <QLayout>
@@ -44,6 +45,13 @@ QFrame *PopupHost::create(const QString &objectName, QWidget *anchor, int frameS
     popup->setAutoFillBackground(true);
     popup->hide();
     m_entries.push_back({popup, anchor});
+    return popup;
+}
+
+QFrame *PopupHost::createHeld(const QString &objectName, LongPressButton *button)
+{
+    QFrame *popup = create(objectName, button, QFrame::Box | QFrame::Plain);
+    connect(button, &LongPressButton::longPressed, popup, [this, popup] { toggle(popup); });
     return popup;
 }
 

@@ -6,6 +6,7 @@
 
 #include <vector>
 
+class LongPressButton;
 class QMouseEvent;
 
 // The editor's small pop-up panels: frames inside the window that open just
@@ -21,6 +22,8 @@ public:
     // A hidden pop-up frame of the window, styled with its own object name.
     QFrame *create(const QString &objectName, QWidget *anchor, int frameStyle,
                    const QString &moreStyle = QString());
+    // A framed pop-up that a long press on its button opens and closes.
+    QFrame *createHeld(const QString &objectName, LongPressButton *button);
 
     void open(QFrame *popup);
     void close(QFrame *popup);

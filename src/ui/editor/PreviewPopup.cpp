@@ -10,8 +10,6 @@
 #include "widgets/LongPressButton.h"
 #include "widgets/TintedIcon.h"
 
-#include <QHBoxLayout>
-#include <QLabel>
 #include <QTimer>
 
 PreviewPopup::PreviewPopup(const EditorContext &context) : EditorFeature(context)
@@ -25,18 +23,11 @@ PreviewPopup::PreviewPopup(const EditorContext &context) : EditorFeature(context
     m_button->showIndicator = true;
     connect(m_button, &LongPressButton::clicked, this, &PreviewPopup::setShown);
 
-    m_popup = context.popups->create(QStringLiteral("previewPopup"), m_button,
-                                     QFrame::Box | QFrame::Plain);
-    connect(m_button, &LongPressButton::longPressed, this,
-            [this] { m_context.popups->toggle(m_popup); });
+    m_popup = context.popups->createHeld(QStringLiteral("previewPopup"), m_button);
     m_opacity = new SliderSpin(QStringLiteral("previewOpacity"), {0, 100, 100, 100},
                                {90, 68, QStringLiteral("%")}, m_popup);
+    m_opacity->fillRow(m_popup, QStringLiteral("Opacity:"));
     connect(m_opacity, &SliderSpin::valueChanged, this, &PreviewPopup::applyOpacity);
-    auto *layout = new QHBoxLayout(m_popup);
-    layout->setContentsMargins(8, 6, 8, 6);
-    layout->setSpacing(6);
-    layout->addWidget(new QLabel(QStringLiteral("Opacity:"), m_popup));
-    layout->addWidget(m_opacity);
 
     m_timer = new QTimer(this);
     m_timer->setObjectName(QStringLiteral("previewTimer"));

@@ -1,6 +1,7 @@
 #include "editor/SliderSpin.h"
 
 #include <QHBoxLayout>
+#include <QLabel>
 #include <QSignalBlocker>
 #include <QSlider>
 #include <QSpinBox>
@@ -49,6 +50,15 @@ void SliderSpin::setValue(int value)
         m_spin->setValue(value);
     }
     showOnSlider(value);
+}
+
+void SliderSpin::fillRow(QWidget *popup, const QString &label)
+{
+    auto *layout = new QHBoxLayout(popup);
+    layout->setContentsMargins(8, 6, 8, 6);
+    layout->setSpacing(6);
+    layout->addWidget(new QLabel(label, popup));
+    layout->addWidget(this);
 }
 
 void SliderSpin::showOnSlider(int value)

@@ -31,6 +31,8 @@ public:
     int value() const;
     // Shows value without emitting valueChanged.
     void setValue(int value);
+    // Lays out popup as one row: label, then this pair.
+    void fillRow(QWidget *popup, const QString &label);
 
 signals:
     void valueChanged(int value);

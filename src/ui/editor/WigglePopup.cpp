@@ -24,10 +24,7 @@ WigglePopup::WigglePopup(const EditorContext &context) : EditorFeature(context)
     m_button->showIndicator = true;
     connect(m_button, &LongPressButton::clicked, this, &WigglePopup::setEnabled);
 
-    m_popup = context.popups->create(QStringLiteral("jitterPopup"), m_button,
-                                     QFrame::Box | QFrame::Plain);
-    connect(m_button, &LongPressButton::longPressed, this,
-            [this] { m_context.popups->toggle(m_popup); });
+    m_popup = context.popups->createHeld(QStringLiteral("jitterPopup"), m_button);
     const SliderSpin::Look look{90, 68, QStringLiteral("%")};
     m_amount = new SliderSpin(QStringLiteral("jitterAmount"), {0, 100, 100, 50}, look, m_popup);
     m_speed = new SliderSpin(QStringLiteral("jitterSpeed"), {0, 100, 100, 20}, look, m_popup);
