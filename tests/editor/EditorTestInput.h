@@ -1,43 +1,30 @@
 #pragma once
 
-#include <QApplication>
-#include <QMouseEvent>
+#include <QTimer>
 #include <QWidget>
+#include <QtTest>
 
-// Mouse input as the window system delivers it, through the application so
-// its event filters see every event.
+// Simulated input for the editor's tests.
 namespace EditorTestInput {
-
-inline void mouse(QWidget *w, QEvent::Type type, QPointF pos, Qt::MouseButton button,
-                  Qt::MouseButtons buttons)
-{
-    QMouseEvent event(type, pos, w->mapToGlobal(pos), button, buttons, Qt::NoModifier);
-    QApplication::sendEvent(w, &event);
-}
-
-inline void press(QWidget *w, QPointF pos)
-{
-    mouse(w, QEvent::MouseButtonPress, pos, Qt::LeftButton, Qt::LeftButton);
-}
-
-inline void moveTo(QWidget *w, QPointF pos)
-{
-    mouse(w, QEvent::MouseMove, pos, Qt::NoButton, Qt::LeftButton);
-}
-
-inline void release(QWidget *w, QPointF pos)
-{
-    mouse(w, QEvent::MouseButtonRelease, pos, Qt::LeftButton, Qt::NoButton);
-}
 
 // A brush stroke across the middle of the widget.
 inline void strokeAcross(QWidget *w)
 {
-    const qreal y = w->height() / 2.0;
-    press(w, QPointF(w->width() * 0.2, y));
+    const int y = w->height() / 2;
+    QTest::mousePress(w, Qt::LeftButton, {}, QPoint(w->width() / 5, y));
     for (int i = 1; i <= 10; ++i)
-        moveTo(w, QPointF(w->width() * (0.2 + 0.06 * i), y + (i % 2) * 6));
-    release(w, QPointF(w->width() * 0.8, y));
+        QTest::mouseMove(w, QPoint(w->width() * (20 + 6 * i) / 100, y + (i % 2) * 6));
+    QTest::mouseRelease(w, Qt::LeftButton, {}, QPoint(w->width() * 4 / 5, y));
+}
+
+// Holds a long-press button down past its timer, as a user holding it would.
+inline void longPress(QWidget *button)
+{
+    QTest::mousePress(button, Qt::LeftButton);
+    QTimer *timer = button->findChild<QTimer *>("longPressTimer");
+    QTimerEvent event(timer->timerId());
+    QCoreApplication::sendEvent(timer, &event);
+    QTest::mouseRelease(button, Qt::LeftButton);
 }
 
 } // namespace EditorTestInput

@@ -1,5 +1,4 @@
 #include <QApplication>
-#include <QtTest>
 
 int runColorPickerTests(int argc, char **argv);
 int runLongPressTests(int argc, char **argv);
@@ -8,9 +7,6 @@ int runTintedIconTests(int argc, char **argv);
 int main(int argc, char **argv)
 {
     QApplication app(argc, argv);
-    int failures = 0;
-    failures += runColorPickerTests(argc, argv);
-    failures += runLongPressTests(argc, argv);
-    failures += runTintedIconTests(argc, argv);
-    return failures;
+    const int failures = runColorPickerTests(argc, argv);
+    return failures + runLongPressTests(argc, argv) + runTintedIconTests(argc, argv);
 }

@@ -12,146 +12,67 @@ class TestLongPress : public QObject {
     Q_OBJECT
 
 private slots:
-    void timerIsPreciseSingleShot333();
-    void releaseBeforeTimeoutClicks();
-    void timeoutLongPressesOnceWithoutClick();
-    void longPressKeepsCheckedState();
-    void shortPressStillToggles();
-    void rightButtonDoesNotStartTimer();
-    void realClockLongPress();
-    void indicatorPaintsCorner();
+    void pressTable_data();
+    void pressTable();
+    void cornerMark();
+};
 
-private:
-    static QTimer *pressTimer(LongPressButton *button)
-    {
-        return button->findChild<QTimer *>(QStringLiteral("longPressTimer"));
-    }
-    static void expire(QTimer *timer)
-    {
+// Faults: a long press that also clicks or toggles; a flag left set so the
+// next short press is swallowed; a right press that starts the timer; a timer
+// of the wrong length or kind.
+void TestLongPress::pressTable_data()
+{
+    QTest::addColumn<bool>("rightButton");
+    QTest::addColumn<bool>("held");
+    QTest::addColumn<bool>("checkedBefore");
+    QTest::addColumn<int>("clicks");
+    QTest::addColumn<int>("longPresses");
+    QTest::addColumn<bool>("checkedAfter");
+    QTest::newRow("short press clicks and toggles") << false << false << false << 1 << 0 << true;
+    QTest::newRow("long press only") << false << true << false << 0 << 1 << false;
+    QTest::newRow("long press keeps checked") << false << true << true << 0 << 1 << true;
+    QTest::newRow("right press starts nothing") << true << true << false << 0 << 0 << false;
+}
+
+void TestLongPress::pressTable()
+{
+    QFETCH(bool, rightButton);
+    QFETCH(bool, held);
+    QFETCH(bool, checkedBefore);
+    LongPressButton button(QStringLiteral("Fill"));
+    button.setCheckable(true);
+    button.setChecked(checkedBefore);
+    button.resize(80, 32);
+    button.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&button));
+    auto *timer = button.findChild<QTimer *>(QStringLiteral("longPressTimer"));
+    QVERIFY(timer && timer->interval() == 333 && timer->isSingleShot());
+    QCOMPARE(timer->timerType(), Qt::PreciseTimer);
+    QSignalSpy clicked(&button, &QPushButton::clicked);
+    QSignalSpy longPressed(&button, &LongPressButton::longPressed);
+
+    const Qt::MouseButton mouseButton = rightButton ? Qt::RightButton : Qt::LeftButton;
+    QTest::mousePress(&button, mouseButton);
+    QCOMPARE(timer->isActive(), !rightButton);
+    if (held && timer->isActive()) {
         QTimerEvent event(timer->timerId());
         QCoreApplication::sendEvent(timer, &event);
     }
-    static void show(QWidget *w)
-    {
-        w->resize(80, 32);
-        w->show();
-        QVERIFY(QTest::qWaitForWindowExposed(w));
-    }
-};
-
-void TestLongPress::timerIsPreciseSingleShot333()
-{
-    LongPressButton button(QStringLiteral("Brush"));
-    QTimer *timer = pressTimer(&button);
-    QVERIFY(timer);
-    QCOMPARE(timer->interval(), 333);
-    QVERIFY(timer->isSingleShot());
-    QCOMPARE(timer->timerType(), Qt::PreciseTimer);
+    QTest::mouseRelease(&button, mouseButton);
     QVERIFY(!timer->isActive());
-}
-
-void TestLongPress::releaseBeforeTimeoutClicks()
-{
-    LongPressButton button(QStringLiteral("Brush"));
-    show(&button);
-    QSignalSpy clicked(&button, &QPushButton::clicked);
-    QSignalSpy longPressed(&button, &LongPressButton::longPressed);
-
-    QTest::mousePress(&button, Qt::LeftButton);
-    QVERIFY(pressTimer(&button)->isActive());
-    QVERIFY(pressTimer(&button)->remainingTime() > 0);
-    QTest::mouseRelease(&button, Qt::LeftButton);
-
-    QVERIFY(!pressTimer(&button)->isActive());
-    QCOMPARE(clicked.count(), 1);
-    QCOMPARE(longPressed.count(), 0);
-}
-
-void TestLongPress::timeoutLongPressesOnceWithoutClick()
-{
-    LongPressButton button(QStringLiteral("Brush"));
-    show(&button);
-    QSignalSpy clicked(&button, &QPushButton::clicked);
-    QSignalSpy released(&button, &QPushButton::released);
-    QSignalSpy longPressed(&button, &LongPressButton::longPressed);
-
-    QTest::mousePress(&button, Qt::LeftButton);
-    expire(pressTimer(&button));
-    QCOMPARE(longPressed.count(), 1);
-    QVERIFY(!pressTimer(&button)->isActive());
-    QTest::mouseRelease(&button, Qt::LeftButton);
-
-    QCOMPARE(longPressed.count(), 1);
-    QCOMPARE(clicked.count(), 0);
-    QCOMPARE(released.count(), 0);
     QVERIFY(!button.isDown());
+    QTEST(int(clicked.count()), "clicks");
+    QTEST(int(longPressed.count()), "longPresses");
+    QTEST(button.isChecked(), "checkedAfter");
 
-    // The next short press is an ordinary click again.
+    // Whatever came before, the next short press is an ordinary click.
+    const int before = int(clicked.count());
     QTest::mouseClick(&button, Qt::LeftButton);
-    QCOMPARE(clicked.count(), 1);
-    QCOMPARE(longPressed.count(), 1);
+    QCOMPARE(int(clicked.count()), before + 1);
 }
 
-void TestLongPress::longPressKeepsCheckedState()
-{
-    LongPressButton button(QStringLiteral("Eraser"));
-    button.setCheckable(true);
-    show(&button);
-    QSignalSpy toggled(&button, &QPushButton::toggled);
-
-    QTest::mousePress(&button, Qt::LeftButton);
-    expire(pressTimer(&button));
-    QTest::mouseRelease(&button, Qt::LeftButton);
-    QVERIFY(!button.isChecked());
-
-    button.setChecked(true);
-    toggled.clear();
-    QTest::mousePress(&button, Qt::LeftButton);
-    expire(pressTimer(&button));
-    QTest::mouseRelease(&button, Qt::LeftButton);
-    QVERIFY(button.isChecked());
-    QCOMPARE(toggled.count(), 0);
-}
-
-void TestLongPress::shortPressStillToggles()
-{
-    LongPressButton button(QStringLiteral("Eraser"));
-    button.setCheckable(true);
-    show(&button);
-    QTest::mouseClick(&button, Qt::LeftButton);
-    QVERIFY(button.isChecked());
-}
-
-void TestLongPress::rightButtonDoesNotStartTimer()
-{
-    LongPressButton button(QStringLiteral("Brush"));
-    show(&button);
-    QSignalSpy longPressed(&button, &LongPressButton::longPressed);
-    QTest::mousePress(&button, Qt::RightButton);
-    QVERIFY(!pressTimer(&button)->isActive());
-    QTest::mouseRelease(&button, Qt::RightButton);
-    QCOMPARE(longPressed.count(), 0);
-
-    // A right press during a left hold leaves the running timer alone.
-    QTest::mousePress(&button, Qt::LeftButton);
-    QTest::mousePress(&button, Qt::RightButton);
-    QVERIFY(pressTimer(&button)->isActive());
-}
-
-void TestLongPress::realClockLongPress()
-{
-    LongPressButton button(QStringLiteral("Brush"));
-    show(&button);
-    QSignalSpy clicked(&button, &QPushButton::clicked);
-    QSignalSpy longPressed(&button, &LongPressButton::longPressed);
-    QTest::mousePress(&button, Qt::LeftButton);
-    QTRY_COMPARE(longPressed.count(), 1);
-    QTest::mouseRelease(&button, Qt::LeftButton);
-    QCOMPARE(clicked.count(), 0);
-    QCOMPARE(longPressed.count(), 1);
-}
-
-void TestLongPress::indicatorPaintsCorner()
+// Faults: no corner mark, or one in the wrong place or over the whole button.
+void TestLongPress::cornerMark()
 {
     LongPressButton button(QStringLiteral("Brush"));
     QPalette pal = button.palette();
@@ -162,13 +83,12 @@ void TestLongPress::indicatorPaintsCorner()
     button.showIndicator = true;
     const QImage marked = button.grab().toImage();
     saveScreenshot(&button, QStringLiteral("long_press_button"));
-
     // The triangle's inside, one pixel from both edges, is tinted red.
     const QColor corner = marked.pixelColor(57, 27);
-    QVERIFY2(corner.red() > corner.green() + 60, qPrintable(corner.name()));
-    QVERIFY(plain.pixelColor(57, 27) != corner);
-    // The rest of the button is untouched.
-    QCOMPARE(marked.pixelColor(30, 15), plain.pixelColor(30, 15));
+    QVERIFY2(corner.red() > corner.green() + 60 && plain.pixelColor(57, 27) != corner,
+             qPrintable(corner.name()));
+    for (const QPoint outside : {QPoint(30, 15), QPoint(52, 27)})
+        QCOMPARE(marked.pixelColor(outside), plain.pixelColor(outside));
 }
 
 int runLongPressTests(int argc, char **argv)

@@ -1,11 +1,13 @@
 #include "dock/PluginDock.h"
 
 #include "coop/CoopCanvas.h"
+#include "coop/CoopEditorSource.h"
 #include "coop/CoopSession.h"
 #include "dock/CanvasChooser.h"
 #include "dock/PluginDockHotkeys.h"
 #include "dock/SetupDialog.h"
 #include "editor/DrawingWindow.h"
+#include "editor/EditorWindows.h"
 #include "source/EditorSource.h"
 #include "update/UpdateChecker.h"
 #include "widgets/Icons.h"
@@ -143,36 +145,22 @@ void PluginDock::openEditor(const DockSource &source)
         return;
     }
 
-    const QString key = source.uuid;
-    if (DrawingWindow *open = m_windows.value(key)) {
-        open->showNormal();
-        open->raise();
-        open->activateWindow();
+    if (EditorWindows::raise(source.uuid))
         return;
-    }
 
-    dropHotkeyCanvas(key);
-    auto *window = new DrawingWindow(std::move(editorSource), mainWindow, false);
-    window->setAttribute(Qt::WA_DeleteOnClose);
+    dropHotkeyCanvas(source.uuid);
+    DrawingWindow *window = EditorWindows::open(source.uuid, std::move(editorSource), mainWindow);
     QString scene = m_host->currentSceneName();
     if (scene.isEmpty())
         scene = QStringLiteral("Unknown");
     window->setWindowTitle(QStringLiteral("Pennoria: Draw [%1: %2]").arg(scene, source.name));
-    m_windows.insert(key, window);
-    window->show();
-    window->raise();
-    window->activateWindow();
 }
 
 void PluginDock::openCoopEditor()
 {
-    if (!m_coopWindow) {
-        m_coopWindow = new DrawingWindow(nullptr, m_host->mainWindow(), true);
-        m_coopWindow->setAttribute(Qt::WA_DeleteOnClose);
-    }
-    m_coopWindow->showNormal();
-    m_coopWindow->raise();
-    m_coopWindow->activateWindow();
+    if (!EditorWindows::raise(CoopEditorSource::EditorKey))
+        EditorWindows::open(CoopEditorSource::EditorKey, makeCoopEditorSource(),
+                            m_host->mainWindow());
 }
 
 void PluginDock::runCoopAction(SourceAction action)
@@ -183,19 +171,15 @@ void PluginDock::runCoopAction(SourceAction action)
     }
     if (action != SourceAction::WiggleOn && action != SourceAction::WiggleOff)
         return;
-    if (m_coopWindow)
-        runInEditor(m_coopWindow, action);
+    if (DrawingWindow *window = EditorWindows::find(CoopEditorSource::EditorKey))
+        runInEditor(window, action);
     else
         CoopCanvas::instance().setJitterEnabled(action == SourceAction::WiggleOn);
 }
 
 void PluginDock::closeEditors()
 {
-    for (const QPointer<DrawingWindow> &window : std::as_const(m_windows))
-        if (window)
-            window->close();
-    if (m_coopWindow)
-        m_coopWindow->close();
+    EditorWindows::closeAll();
     qDeleteAll(m_hotkeyCanvases);
     m_hotkeyCanvases.clear();
 }

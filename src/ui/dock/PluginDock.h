@@ -61,9 +61,6 @@ private:
 
     QPushButton *m_drawButton = nullptr;
     QPushButton *m_coopButton = nullptr;
-    // Open editor windows by their source's UUID.
-    QHash<QString, QPointer<DrawingWindow>> m_windows;
-    QPointer<DrawingWindow> m_coopWindow;
     // Drawings changed by hotkeys while no editor is open, by source UUID.
     QHash<QString, QPointer<HotkeyCanvas>> m_hotkeyCanvases;
     UpdateChecker *m_updateChecker = nullptr;

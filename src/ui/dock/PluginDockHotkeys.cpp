@@ -5,6 +5,7 @@
 #include "canvas/CanvasWidget.h"
 #include "dock/PluginDock.h"
 #include "editor/DrawingWindow.h"
+#include "editor/EditorWindows.h"
 #include "files/CanvasFiles.h"
 #include "settings/EditorSettings.h"
 #include "source/EditorSource.h"
@@ -58,7 +59,7 @@ void PluginDock::runSourceAction(const DockSource &source, SourceAction action)
         openEditor(source);
         return;
     }
-    if (DrawingWindow *window = m_windows.value(source.uuid)) {
+    if (DrawingWindow *window = EditorWindows::find(source.uuid)) {
         runInEditor(window, action);
         return;
     }

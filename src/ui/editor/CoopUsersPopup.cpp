@@ -1,5 +1,7 @@
 #include "editor/CoopUsersPopup.h"
 
+#include "editor/EditorStyle.h"
+
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMouseEvent>
@@ -10,19 +12,18 @@ CoopUsersPopup::CoopUsersPopup(QWidget *parent) : QFrame(parent, Qt::Popup)
 {
     setObjectName(QStringLiteral("coopUsersPopup"));
     setFrameStyle(QFrame::Box | QFrame::Plain);
-    setStyleSheet(QStringLiteral("#coopUsersPopup { background: palette(window); border: 1px "
-                                 "solid palette(mid); border-radius: 4px; }"));
+    setStyleSheet(EditorStyle::popupStyle(objectName(), palette()));
     m_layout = new QVBoxLayout(this);
     m_layout->setContentsMargins(8, 8, 8, 8);
     setMinimumWidth(220);
 }
 
-QString CoopUsersPopup::displayName(const CoopUser &user)
+QString CoopUsersPopup::displayName(const CoopParticipant &user)
 {
     return user.nick.isEmpty() ? QStringLiteral("Anon") : user.nick;
 }
 
-QString CoopUsersPopup::rowName(const CoopUser &user)
+QString CoopUsersPopup::rowName(const CoopParticipant &user)
 {
     QString name = displayName(user);
     if (user.isHost)
@@ -32,7 +33,7 @@ QString CoopUsersPopup::rowName(const CoopUser &user)
     return name;
 }
 
-QString CoopUsersPopup::pingText(const CoopUser &user)
+QString CoopUsersPopup::pingText(const CoopParticipant &user)
 {
     if (user.isSelf)
         return QStringLiteral("\u2014");
@@ -41,12 +42,9 @@ QString CoopUsersPopup::pingText(const CoopUser &user)
     return QStringLiteral("%1 ms").arg(user.pingMs);
 }
 
-void CoopUsersPopup::setUsers(const QList<CoopUser> &users, bool localIsHost)
+void CoopUsersPopup::setUsers(const QList<CoopParticipant> &users, bool localIsHost)
 {
-    QList<QWidget *> old = m_rows;
-    if (m_header)
-        old.prepend(m_header);
-    for (QWidget *widget : old) {
+    for (QWidget *widget : std::as_const(m_rows)) {
         m_layout->removeWidget(widget);
         widget->hide();
         widget->deleteLater();
@@ -55,26 +53,28 @@ void CoopUsersPopup::setUsers(const QList<CoopUser> &users, bool localIsHost)
 
     // Shown at once rather than by the layout's queued show, so that the size
     // is right as soon as the rows are in.
-    m_header = new QLabel(QStringLiteral("<b>Connected \u2014 %1</b>").arg(users.size()), this);
-    m_layout->addWidget(m_header);
-    m_header->show();
-    for (const CoopUser &user : users) {
-        QWidget *row = buildRow(user, localIsHost);
+    auto *header = new QLabel(QStringLiteral("<b>Connected \u2014 %1</b>").arg(users.size()), this);
+    header->setObjectName(QStringLiteral("usersHeader"));
+    m_rows.append(header);
+    for (const CoopParticipant &user : users)
+        m_rows.append(buildRow(user, localIsHost));
+    for (QWidget *row : std::as_const(m_rows)) {
         m_layout->addWidget(row);
         row->show();
-        m_rows.append(row);
     }
 }
 
-QWidget *CoopUsersPopup::buildRow(const CoopUser &user, bool localIsHost)
+QWidget *CoopUsersPopup::buildRow(const CoopParticipant &user, bool localIsHost)
 {
     auto *row = new QWidget(this);
+    row->setObjectName(QStringLiteral("userRow"));
     auto *layout = new QHBoxLayout(row);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(6);
     layout->addWidget(new QLabel(rowName(user), row));
     auto *ping = new QLabel(pingText(user), row);
-    ping->setStyleSheet(QStringLiteral("color: palette(mid);"));
+    ping->setStyleSheet(
+        QStringLiteral("color: %1;").arg(EditorStyle::mutedColor(palette()).name()));
     layout->addWidget(ping);
     if (localIsHost && !user.isSelf) {
         auto *kick = new QToolButton(row);
@@ -90,16 +90,13 @@ QWidget *CoopUsersPopup::buildRow(const CoopUser &user, bool localIsHost)
 
 void CoopUsersPopup::mousePressEvent(QMouseEvent *event)
 {
-    if (m_anchor) {
-        const QRect anchorRect(m_anchor->mapToGlobal(QPoint(0, 0)), m_anchor->size());
-        if (anchorRect.contains(event->globalPosition().toPoint()))
-            setAttribute(Qt::WA_NoMouseReplay);
+    const QPoint globalPos = event->globalPosition().toPoint();
+    bool guardedHit = false;
+    for (const QWidget *guarded : {m_anchor.data(), m_shielded.data()}) {
+        if (guarded && guarded->isVisible() &&
+            QRect(guarded->mapToGlobal(QPoint(0, 0)), guarded->size()).contains(globalPos))
+            guardedHit = true;
     }
+    setAttribute(Qt::WA_NoMouseReplay, guardedHit);
     QFrame::mousePressEvent(event);
-}
-
-void CoopUsersPopup::hideEvent(QHideEvent *event)
-{
-    QFrame::hideEvent(event);
-    emit closed();
 }

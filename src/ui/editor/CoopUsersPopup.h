@@ -1,6 +1,6 @@
 #pragma once
 
-#include "coop/CoopSession.h"
+#include "source/CoopFacet.h"
 
 #include <QFrame>
 #include <QList>
@@ -18,36 +18,30 @@ class CoopUsersPopup : public QFrame {
 public:
     explicit CoopUsersPopup(QWidget *parent = nullptr);
 
-    // The button that toggles the pop-up: a press on it closes the pop-up
-    // without reaching the button, so the button does not open it again.
+    // The button that toggles the pop-up and the canvas: a press on either
+    // that closes the pop-up goes no further, so the button does not open it
+    // again and the canvas does not paint.
     void setAnchor(QWidget *anchor) { m_anchor = anchor; }
+    void setShielded(QWidget *widget) { m_shielded = widget; }
 
     // Replaces the header and rows; the old widgets are deleted later.
-    void setUsers(const QList<CoopUser> &users, bool localIsHost);
+    void setUsers(const QList<CoopParticipant> &users, bool localIsHost);
 
-    QVBoxLayout *usersLayout() const { return m_layout; }
-    QLabel *header() const { return m_header; }
-    // One widget per user, in the session's order: name label, ping label and,
-    // for the host, a kick button.
-    const QList<QWidget *> &rows() const { return m_rows; }
-
-    static QString displayName(const CoopUser &user);
-    static QString rowName(const CoopUser &user);
-    static QString pingText(const CoopUser &user);
+    static QString displayName(const CoopParticipant &user);
+    static QString rowName(const CoopParticipant &user);
+    static QString pingText(const CoopParticipant &user);
 
 signals:
     void kickRequested(int id);
-    void closed();
 
 protected:
     void mousePressEvent(QMouseEvent *event) override;
-    void hideEvent(QHideEvent *event) override;
 
 private:
-    QWidget *buildRow(const CoopUser &user, bool localIsHost);
+    QWidget *buildRow(const CoopParticipant &user, bool localIsHost);
 
     QVBoxLayout *m_layout;
-    QLabel *m_header = nullptr;
-    QList<QWidget *> m_rows;
+    QList<QWidget *> m_rows; // header first
     QPointer<QWidget> m_anchor;
+    QPointer<QWidget> m_shielded;
 };

@@ -36,5 +36,16 @@ QPixmap tintedSvgPixmap(const QString &svgText, const QColor &color, const QSize
 
 QIcon tintedSvgIcon(const QString &svgText, const QColor &color, const QSize &size)
 {
-    return QIcon(tintedSvgPixmap(svgText, color, size));
+    const QPixmap normal = tintedSvgPixmap(svgText, color, size);
+    QIcon icon(normal);
+    // The style's own greying barely changes a light icon on a dark theme:
+    // a disabled button shows the icon faded instead.
+    QPixmap faded = transparentPixmap(size);
+    if (!faded.isNull()) {
+        QPainter painter(&faded);
+        painter.setOpacity(DisabledIconOpacity);
+        painter.drawPixmap(0, 0, normal);
+    }
+    icon.addPixmap(faded, QIcon::Disabled);
+    return icon;
 }
