@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QCoreApplication>
+#include <QHostAddress>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QList>
@@ -8,24 +9,28 @@
 #include <QtEndian>
 
 // A deliberately naive co-op peer: its own framing code, so the wire format is
-// checked independently of the product's encoder and decoder.
+// checked independently of the product's encoder and decoder. It can come
+// from any loopback address (127.0.0.x), to play several machines.
 class RawPeer : public QObject {
     Q_OBJECT
 
 public:
-    explicit RawPeer(quint16 port = 42069, QObject *parent = nullptr) : QObject(parent)
+    explicit RawPeer(quint16 port, const QString &from = QString(), QObject *parent = nullptr)
+        : QObject(parent)
     {
         connect(&socket, &QTcpSocket::readyRead, this, &RawPeer::onReadyRead);
         connect(&socket, &QTcpSocket::disconnected, this, [this] { closed = true; });
+        connect(&socket, &QTcpSocket::errorOccurred, this, [this] { closed = true; });
+        if (!from.isEmpty())
+            socket.bind(QHostAddress(from));
         socket.connectToHost(QStringLiteral("127.0.0.1"), port);
         socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
     }
 
     static QByteArray frame(const QByteArray &payload)
     {
-        const quint32 n = quint32(payload.size());
-        QByteArray out;
-        out.append(char(n >> 24)).append(char(n >> 16)).append(char(n >> 8)).append(char(n));
+        QByteArray out(4, Qt::Uninitialized);
+        qToBigEndian<quint32>(quint32(payload.size()), out.data());
         return out + payload;
     }
 
@@ -53,9 +58,9 @@ public:
         sendRaw(frame(json(o)), byteByByte);
     }
 
-    void hello(const QString &nick, bool byteByByte = false)
+    void hello(const QString &nick, int version = 2)
     {
-        send(QJsonObject{{"t", "hello"}, {"nick", nick}, {"ver", 1}}, byteByByte);
+        send(QJsonObject{{"t", "hello"}, {"nick", nick}, {"ver", version}});
     }
 
     QList<QJsonObject> ofType(const QString &type) const
@@ -86,13 +91,14 @@ private slots:
     void onReadyRead()
     {
         buffer += socket.readAll();
-        while (buffer.size() >= 4) {
-            const quint32 n = qFromBigEndian<quint32>(buffer.constData());
-            if (buffer.size() < qsizetype(n) + 4)
-                return;
+        qsizetype at = 0;
+        while (buffer.size() - at >= 4) {
+            const quint32 n = qFromBigEndian<quint32>(buffer.constData() + at);
+            if (buffer.size() - at < qsizetype(n) + 4)
+                break;
             QJsonParseError error;
-            const QJsonDocument doc = QJsonDocument::fromJson(buffer.mid(4, n), &error);
-            buffer.remove(0, qsizetype(n) + 4);
+            const QJsonDocument doc = QJsonDocument::fromJson(buffer.mid(at + 4, n), &error);
+            at += qsizetype(n) + 4;
             if (error.error != QJsonParseError::NoError || !doc.isObject()) {
                 badInput = true;
                 continue;
@@ -102,6 +108,7 @@ private slots:
             if (autoPong && o.value("t").toString() == "ping")
                 send(QJsonObject{{"t", "pong"}, {"ts", o.value("ts")}});
         }
+        buffer.remove(0, at);
     }
 
 private:

@@ -9,6 +9,7 @@
 
 #include <memory>
 
+class CoopModeDialog;
 class DrawingWindow;
 class QPushButton;
 class UpdateChecker;
@@ -43,7 +44,7 @@ private:
     void chooseCanvas(const QList<DockSource> &canvases, bool withCoop);
     void openEditor(const DockSource &source);
     void openCoopEditor();
-    void startHosting(const QString &nickname);
+    void startHosting(const CoopModeDialog &choices);
     void askToJoin(const QString &nickname);
 
     QPushButton *m_drawButton = nullptr;
