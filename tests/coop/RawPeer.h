@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QCoreApplication>
 #include <QHostAddress>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -39,24 +38,13 @@ public:
         return QJsonDocument(o).toJson(QJsonDocument::Compact);
     }
 
-    void sendRaw(const QByteArray &bytes, bool byteByByte = false)
+    void sendRaw(const QByteArray &bytes)
     {
-        if (!byteByByte) {
-            socket.write(bytes);
-            socket.flush();
-            return;
-        }
-        for (char c : bytes) {
-            socket.write(&c, 1);
-            socket.flush();
-            QCoreApplication::processEvents();
-        }
+        socket.write(bytes);
+        socket.flush();
     }
 
-    void send(const QJsonObject &o, bool byteByByte = false)
-    {
-        sendRaw(frame(json(o)), byteByByte);
-    }
+    void send(const QJsonObject &o) { sendRaw(frame(json(o))); }
 
     void hello(const QString &nick, int version = 2)
     {

@@ -8,8 +8,6 @@
 #include <QTimer>
 #include <QtTest>
 
-#include <limits>
-
 namespace {
 
 QStringList g_logLines;
@@ -186,26 +184,19 @@ private slots:
         QCOMPARE(canvas.clear(), uint64_t(5)); // two sizes, one picture, this clear
     }
 
+    // The engine's own painting (its rules are tested there): a few kinds.
     void strokesPaintLikeTheEngine_data()
     {
         QTest::addColumn<QVector<Stroke>>("strokes");
         const Stroke outline = shape(ShapeRectangle, ShapeModeOutline, {20, 20}, {180, 140}, Red);
-        QTest::newRow("brush") << QVector<Stroke>{
-            brush({{10, 10}, {60, 40}, {120, 30}, {150, 90}, {90, 130}}, Blue, 9)};
-        QTest::newRow("dot") << QVector<Stroke>{brush({{50.5, 60.25}}, Red, 17)};
         Stroke eraser = brush({{0, 75}, {200, 75}}, QColor(), 12);
         eraser.eraser = true;
-        QTest::newRow("eraser") << QVector<Stroke>{
-            shape(ShapeRectangle, 0, {0, 0}, {200, 150}, Red), eraser};
+        QTest::newRow("brush and eraser")
+            << QVector<Stroke>{brush({{10, 10}, {60, 40}, {120, 30}, {150, 90}}, Blue, 9), eraser};
+        QTest::newRow("dot") << QVector<Stroke>{brush({{50.5, 60.25}}, Red, 17)};
         QTest::newRow("fill inside outline") << QVector<Stroke>{outline, fill({100.9, 80.2}, Blue)};
-        QTest::newRow("fill outside picture") << QVector<Stroke>{outline, fill({-3, 500}, Blue)};
-        for (int type = 0; type < ShapeTypeCount; ++type) {
-            Stroke s = shape(type, type % 2 ? ShapeModeOutline : 0, {170, 130}, {25, 15}, Blue);
-            s.arrowDirection = type % 4;
-            QTest::newRow(qPrintable(QStringLiteral("shape %1").arg(type))) << QVector<Stroke>{s};
-        }
-        QTest::newRow("erase shape")
-            << QVector<Stroke>{shape(ShapeRectangle, 0, {0, 0}, {200, 150}, Red),
+        QTest::newRow("star, erase shape")
+            << QVector<Stroke>{shape(ShapeStar, 0, {170, 130}, {25, 15}, Blue),
                                shape(ShapeEllipse, 0, {40, 30}, {160, 120}, Blue, true)};
     }
 
@@ -257,22 +248,6 @@ private slots:
         QVERIFY(expected != expectedStrict);
         QTRY_COMPARE_WITH_TIMEOUT(remote.image(), expected, Wait);
         QTRY_COMPARE_WITH_TIMEOUT(local.image(), expectedStrict, Wait);
-    }
-
-    void hostileStrokesDoNotCrash()
-    {
-        CoopCanvas canvas;
-        canvas.setCanvasSize(64, 64);
-        const double nan = std::numeric_limits<double>::quiet_NaN();
-        const double inf = std::numeric_limits<double>::infinity();
-        canvas.onRemoteStroke(brush({}, Red, 5), QString());
-        canvas.onRemoteStroke(fill({1e12, -1e12}, Red), QString());
-        canvas.onRemoteStroke(fill({nan, nan}, Red), QString());
-        canvas.onRemoteStroke(brush({{nan, 3}, {inf, -inf}, {4, 4}}, Red, 5), QString());
-        canvas.onRemoteStroke(brush({{3, 3}, {9, 9}}, Red, -5), QString());
-        const uint64_t last = canvas.addLocalStroke(shape(9999, 7, {nan, 0}, {1e9, 1e9}, Red), 200);
-        QTRY_COMPARE_WITH_TIMEOUT(canvas.version(), last, Wait);
-        QCOMPARE(canvas.image().size(), QSize(64, 64));
     }
 
     void instanceFollowsTheSession()

@@ -8,7 +8,6 @@
 #include <QJsonArray>
 #include <QMessageAuthenticationCode>
 #include <QPasswordDigestor>
-#include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QtTest>
@@ -118,9 +117,7 @@ private slots:
         QTest::addColumn<QString>("expected");
         QTest::newRow("40 letters") << QString(40, 'a') << QString(32, 'a');
         QTest::newRow("blanks") << "   " << "Anon";
-        QTest::newRow("tab newline") << "\t\n" << "Anon";
         QTest::newRow("controls dropped") << " A\tn\rn\n\x01 " << "Ann";
-        QTest::newRow("trim after cut") << QString(31, 'b') + "  c" << QString(31, 'b');
         QTest::newRow("emoji kept whole") << QString::fromUtf8("\xF0\x9F\x8E\xA8 art")
                                           << QString::fromUtf8("\xF0\x9F\x8E\xA8 art");
     }
@@ -151,7 +148,7 @@ private slots:
         // Nothing reaches a connection before its hello.
         RawPeer peer(port), silent(port);
         QTRY_VERIFY_WITH_TIMEOUT(peer.connected() && silent.connected(), Wait);
-        peer.send(QJsonObject{{"t", "hello"}, {"nick", "  Annie\n"}, {"ver", 2}}, true);
+        peer.hello("  Annie\n");
         QTRY_COMPARE_WITH_TIMEOUT(peer.count("welcome"), 1, Wait);
         const QJsonObject welcome = peer.last("welcome");
         QCOMPARE(welcome.value("id").toInt(), 1);
@@ -166,22 +163,14 @@ private slots:
                         QJsonObject{{"id", 1}, {"nick", "Annie"}, {"ping", -1}, {"host", false}}}),
             Wait);
         QVERIFY(!session.users()[1].isSelf && !session.users()[1].isHost);
-        QCOMPARE(g_log
-                     .filter(QRegularExpression("^\\[PD-Coop\\] peer connecting \\(id=1\\) from "
-                                                ".*127\\.0\\.0\\.1$"))
-                     .size(),
-                 1);
+        QVERIFY(g_log.contains("[PD-Coop] peer connecting (id=1) from 127.0.0.1"));
         QVERIFY(g_log.contains("[PD-Coop] peer id=1 joined as 'Annie'"));
 
         // A second hello is ignored; the silent one gets nothing at all.
         peer.hello("Other");
-        peer.send(QJsonObject{{"t", "unknown-type"}});
-        auto probe = std::make_unique<RawPeer>(port);
-        QTRY_VERIFY_WITH_TIMEOUT(probe->connected(), Wait);
-        probe->hello("Probe");
-        QTRY_COMPARE_WITH_TIMEOUT(usersJson(peer).size(), 3, Wait);
+        peer.send(QJsonObject{{"t", "bye"}});
+        QTRY_VERIFY_WITH_TIMEOUT(peer.closed, Wait);
         QCOMPARE(peer.count("welcome"), 1);
-        QCOMPARE(usersJson(peer).at(1).toObject().value("nick").toString(), QString("Annie"));
         QVERIFY(silent.received.isEmpty());
 
         // Hosting again while active is refused and leaves everything as it was.
@@ -195,25 +184,9 @@ private slots:
         signalLog.clear();
         session.stop();
         QCOMPARE(signalLog, (QStringList{"role(0)", "users(0)", "ended"}));
-        QTRY_VERIFY_WITH_TIMEOUT(peer.closed && probe->closed, Wait);
+        QTRY_VERIFY_WITH_TIMEOUT(silent.closed, Wait);
         session.stop(); // idle: nothing
         QCOMPARE(signalLog.size(), 3);
-    }
-
-    void portTaken()
-    {
-        QTcpServer blocker;
-        QVERIFY(blocker.listen(QHostAddress::Any, 0));
-        CoopSession session;
-        QSignalSpy roles(&session, &CoopSession::roleChanged);
-        QVERIFY(!session.host("Host", blocker.serverPort()));
-        const QString prefix =
-            QStringLiteral("Could not listen on port %1: ").arg(blocker.serverPort());
-        QVERIFY(session.lastError().startsWith(prefix));
-        QVERIFY(session.lastError().size() > prefix.size());
-        QCOMPARE(session.role(), CoopSession::Role::None);
-        QCOMPARE(roles.size(), 0);
-        QCOMPARE(g_log.last(), "[PD-Coop] host failed: " + session.lastError());
     }
 
     // Strokes go out re-encoded from known keys, stamped with the sender.
@@ -382,29 +355,22 @@ private slots:
     void kickedPeerCannotRejoin()
     {
         Host host;
-        CoopSession guest;
-        QStringList signalLog;
-        record(&guest, &signalLog);
-        guest.join("127.0.0.1", "Kid", host.port);
-        QTRY_VERIFY_WITH_TIMEOUT(host.session.users().size() == 2, Wait);
+        auto kid = host.joined("Kid"), other = host.joined("Other");
         QSignalSpy users(&host.session, &CoopSession::usersChanged);
         host.session.kick(42);
         QCOMPARE(users.size(), 0);
         host.session.kick(1);
         QCOMPARE(g_log.last(), QString("[PD-Coop] kicking id=1 ('Kid')"));
-        QTRY_VERIFY_WITH_TIMEOUT(signalLog.size() >= 4 && signalLog.last().startsWith("kicked"),
-                                 Wait);
-        QCOMPARE(signalLog.mid(signalLog.size() - 4),
-                 (QStringList{"role(0)", "users(0)", "ended",
-                              "kicked(You were kicked by the host. Sorry!)"}));
-        signalLog.clear();
-        guest.join("127.0.0.1", "KID", host.port);
-        QTRY_COMPARE_WITH_TIMEOUT(signalLog.size(), 4, Wait);
-        QCOMPARE(signalLog.last(),
-                 QString("error(You were kicked from this session and cannot rejoin it.)"));
-        auto other = host.joined("Someone else");
-        QVERIFY(other);
-        QCOMPARE(other->last("welcome").value("id").toInt(), 3);
+        QTRY_VERIFY_WITH_TIMEOUT(kid->closed, Wait);
+        QCOMPARE(kid->received.last(),
+                 (QJsonObject{{"t", "kick"}, {"reason", "You were kicked by the host. Sorry!"}}));
+        RawPeer again(host.port);
+        QTRY_VERIFY_WITH_TIMEOUT(again.connected(), Wait);
+        again.hello("KID");
+        QTRY_VERIFY_WITH_TIMEOUT(again.closed, Wait);
+        QCOMPARE(again.last("kick").value("reason").toString(),
+                 QString("You were kicked from this session and cannot rejoin it."));
+        QVERIFY(host.joined("Kid2") && other->connected());
     }
 
     // Over the budget strokes are dropped and counted; too big a frame costs
@@ -563,11 +529,11 @@ private slots:
         CoopSession session;
         QStringList signalLog;
         record(&session, &signalLog);
-        QList<QPair<Stroke, QString>> strokes;
+        QList<QPair<QPointF, QString>> strokes;
         QStringList clears;
         QImage canvasGot;
         connect(&session, &CoopSession::strokeReceived, this,
-                [&](const Stroke &s, const QString &from) { strokes.append({s, from}); });
+                [&](const Stroke &s, const QString &from) { strokes.append({s.points[0], from}); });
         connect(&session, &CoopSession::clearReceived, this,
                 [&](const QString &f) { clears.append(f); });
         connect(&session, &CoopSession::canvasStateReceived, this,
@@ -575,71 +541,55 @@ private slots:
 
         session.join("127.0.0.1", "\tMe ", server.serverPort());
         QTRY_VERIFY_WITH_TIMEOUT(server.hasPendingConnections(), Wait);
-        QTcpSocket *host = server.nextPendingConnection();
+        std::unique_ptr<QTcpSocket> host(server.nextPendingConnection());
         QByteArray rx;
         QTRY_VERIFY_WITH_TIMEOUT((rx += host->readAll()).size() >= 4, Wait);
         QCOMPARE(rx, RawPeer::frame("{\"nick\":\"Me\",\"t\":\"hello\",\"ver\":2}"));
 
         QImage canvas(3, 2, QImage::Format_RGBA8888);
         canvas.fill(QColor(1, 2, 3, 4));
-        QJsonObject users{
-            {"t", "users"},
-            {"users",
-             QJsonArray{QJsonObject{{"id", 0}, {"nick", "H"}, {"ping", 0}, {"host", true}},
-                        QJsonObject{{"id", 7}, {"nick", "Me"}, {"ping", 12}}, QJsonObject{}}}};
-        Stroke s;
-        s.points = {QPointF(3, 4)};
-        QByteArray script;
+        const QJsonArray users{QJsonObject{{"id", 0}, {"nick", "H"}, {"ping", 0}, {"host", true}},
+                               QJsonObject{{"id", 7}, {"nick", "Me"}, {"ping", 12}}, QJsonObject{}};
         for (const QJsonObject &o :
              {QJsonObject{{"t", "welcome"},
                           {"id", 7},
                           {"ver", 2},
                           {"mayClear", true},
                           {"canvas", QString(coop::encodeCanvas(canvas))}},
-              users,
-              QJsonObject{{"t", "stroke"}, {"stroke", coop::strokeToJson(s)}, {"from", "Zed"}},
+              QJsonObject{{"t", "users"}, {"users", users}},
+              QJsonObject{
+                  {"t", "stroke"}, {"stroke", coop::strokeToJson(segment(3, 4))}, {"from", "Zed"}},
               QJsonObject{{"t", "stroke"}, {"stroke", "bad"}},
               QJsonObject{{"t", "clear"}, {"from", "Zed"}},
               QJsonObject{{"t", "ping"}, {"ts", 1712345678901.0}}})
-            script += RawPeer::frame(RawPeer::json(o));
-        for (char c : script) {
-            host->write(&c, 1);
-            host->flush();
-            QCoreApplication::processEvents();
-        }
+            host->write(RawPeer::frame(RawPeer::json(o)));
         QTRY_VERIFY_WITH_TIMEOUT((rx += host->readAll()).contains("pong"), Wait);
         QVERIFY(rx.endsWith(RawPeer::frame("{\"t\":\"pong\",\"ts\":1712345678901}")));
         QCOMPARE(signalLog, (QStringList{"role(2)", "canvas", "connected", "users(3)"}));
         QCOMPARE(canvasGot.convertToFormat(QImage::Format_RGBA8888), canvas);
         QCOMPARE(session.ownId(), 7);
         QVERIFY(session.mayClear());
-        QVERIFY(g_log.contains("[PD-Coop] welcomed by host (my id=7)"));
         const QList<CoopUser> list = session.users();
         QVERIFY(list[0].isHost && !list[0].isSelf);
         QVERIFY(!list[1].isHost && list[1].isSelf && list[1].pingMs == 12 && list[1].nick == "Me");
         QVERIFY(list[2].id == 0 && list[2].nick.isEmpty() && list[2].pingMs == -1);
-        QCOMPARE(strokes.size(), 1);
-        QCOMPARE(strokes[0].first.points, s.points);
-        QCOMPARE(strokes[0].second, QString("Zed"));
+        QCOMPARE(strokes, (QList<QPair<QPointF, QString>>{{QPointF(3, 4), "Zed"}}));
         QCOMPARE(clears, QStringList{"Zed"});
 
         // Our own stroke and clear go up without "from".
-        Stroke mine = segment(1, 1);
-        session.sendStroke(mine);
+        session.sendStroke(segment(1, 1));
         session.sendClear();
         rx.clear();
         QTRY_COMPARE_WITH_TIMEOUT((rx += host->readAll()),
-                                  RawPeer::frame(RawPeer::json(strokeMessage(mine))) +
+                                  RawPeer::frame(RawPeer::json(strokeMessage(segment(1, 1)))) +
                                       RawPeer::frame("{\"t\":\"clear\"}"),
                                   Wait);
-
         signalLog.clear();
         host->write(RawPeer::frame("{\"t\":\"kick\"}"));
-        QTRY_COMPARE_WITH_TIMEOUT(signalLog.size(), 4, Wait);
-        QCOMPARE(signalLog, (QStringList{"role(0)", "users(0)", "ended",
-                                         "kicked(You were kicked by the host.)"}));
-        QCOMPARE(session.ownId(), 0);
-        delete host;
+        QTRY_COMPARE_WITH_TIMEOUT(
+            signalLog,
+            (QStringList{"role(0)", "users(0)", "ended", "kicked(You were kicked by the host.)"}),
+            Wait);
     }
 
     void clientErrors_data()
@@ -676,11 +626,22 @@ private slots:
                                          "error(" + error + ")"}));
     }
 
-    void clientRefusedOnce()
+    // A taken port fails hosting with the system's text; a refused join
+    // reports once, with the socket's own text.
+    void portTakenAndJoinRefused()
     {
+        QTcpServer blocker;
+        QVERIFY(blocker.listen(QHostAddress::Any, 0));
         CoopSession session;
         QStringList signalLog;
         record(&session, &signalLog);
+        QVERIFY(!session.host("Host", blocker.serverPort()));
+        const QString prefix =
+            QStringLiteral("Could not listen on port %1: ").arg(blocker.serverPort());
+        QVERIFY(session.lastError().startsWith(prefix) && session.lastError() != prefix);
+        QCOMPARE(g_log.last(), "[PD-Coop] host failed: " + session.lastError());
+        QVERIFY(signalLog.isEmpty());
+
         const quint16 port = closedPort();
         session.join("127.0.0.1", "Me", port);
         QCOMPARE(g_log.last(), QStringLiteral("[PD-Coop] joining 127.0.0.1:%1 as 'Me'").arg(port));
@@ -689,50 +650,6 @@ private slots:
         QVERIFY(signalLog[3].startsWith("error(") && !signalLog[3].contains("Could not connect"));
         QTest::qWait(300);
         QCOMPARE(signalLog.size(), 4);
-    }
-
-    // Garbage, mutated frames and disconnects mid-frame cost only the abuser;
-    // well-behaved peers keep every stroke, in order.
-    void liveFuzz()
-    {
-        Host host;
-        auto a = host.joined("A"), b = host.joined("B");
-        QRandomGenerator rng(77);
-        const QByteArray seed = RawPeer::frame(RawPeer::json(strokeMessage(segment(3, 4))));
-        const QByteArray hello =
-            RawPeer::frame(RawPeer::json(QJsonObject{{"t", "hello"}, {"nick", "F"}, {"ver", 2}}));
-        std::vector<std::unique_ptr<RawPeer>> fuzzers;
-        constexpr int Rounds = 40;
-        for (int round = 0; round < Rounds; ++round) {
-            auto f = std::make_unique<RawPeer>(host.port, QStringLiteral("127.0.1.%1").arg(round));
-            QByteArray bytes = rng.bounded(2) ? hello : QByteArray();
-            for (int n = rng.bounded(1, 30); n > 0; --n) {
-                QByteArray piece = seed;
-                for (int m = rng.bounded(4); m > 0; --m)
-                    piece[rng.bounded(piece.size())] = char(rng.bounded(256));
-                bytes += piece;
-            }
-            QTRY_VERIFY_WITH_TIMEOUT(f->connected(), Wait);
-            f->sendRaw(bytes.left(rng.bounded(bytes.size()) + 1));
-            if (rng.bounded(2))
-                f->socket.abort();
-            fuzzers.push_back(std::move(f));
-            a->send(strokeMessage(segment(1000 + round, 0)));
-            QCoreApplication::processEvents();
-        }
-        const auto fromA = [&b] {
-            QList<int> xs;
-            for (const QJsonObject &o : b->ofType("stroke"))
-                if (o.value("from") == "A")
-                    xs.append(o.value("stroke").toObject().value("pts").toArray().at(0).toInt());
-            return xs;
-        };
-        QTRY_COMPARE_WITH_TIMEOUT(fromA().size(), Rounds, Wait);
-        int next = 1000;
-        for (int x : fromA())
-            QCOMPARE(x, next++);
-        QVERIFY(!b->badInput && a->connected() && b->connected());
-        QVERIFY(host.joined("Late", "127.0.0.9"));
     }
 };
 

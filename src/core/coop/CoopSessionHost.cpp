@@ -35,6 +35,8 @@ constexpr int UsersDelayMs = 100;
 constexpr qint64 ReadBufferBytes = 64 * 1024;
 // A fill or a shape is charged as a whole 1080p picture.
 constexpr double PictureArea = 1920.0 * 1080.0;
+// Before joining a peer has only a hello and a password proof to say.
+constexpr qsizetype MaxBytesBeforeJoining = 4096;
 // A refused socket gets this long to take its message before it is cut.
 constexpr int CloseGraceMs = 2000;
 
@@ -442,6 +444,11 @@ bool CoopSession::serveTurn(Peer *peer)
         const QByteArray data = socket->read(allowed);
         peer->bytes.tokens -= double(data.size());
         peer->rx.append(data);
+        if (!peer->joined() && peer->rx.bufferedBytes() > MaxBytesBeforeJoining &&
+            !peer->rx.hasFrame()) {
+            removePeer(socket, QStringLiteral("too much before hello"), false);
+            return false;
+        }
     }
     for (int n = 0; n < m_limits.framesPerTurn; ++n) {
         QJsonObject message;
