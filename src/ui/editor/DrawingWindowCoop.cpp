@@ -52,8 +52,12 @@ void DrawingWindow::setupCoop()
         m_canvas->update();
     });
     connect(&session, &CoopSession::clearReceived, m_canvas, [this] { m_canvas->clear(); });
+    // The shared picture adopts the host's on its own thread: take it once
+    // that is done.
     connect(&session, &CoopSession::canvasStateReceived, this, [this] {
-        m_canvas->setStrokesAndImage(QVector<Stroke>(), CoopCanvas::instance().image());
+        CoopCanvas::instance().snapshot(this, [this](const QImage &picture) {
+            m_canvas->setStrokesAndImage(QVector<Stroke>(), picture);
+        });
     });
     connect(&session, &CoopSession::usersChanged, this, [this](const QList<CoopUser> &users) {
         if (!m_usersPopup->isVisible())
