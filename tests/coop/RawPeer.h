@@ -4,8 +4,11 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QList>
+
 #include <QTcpSocket>
 #include <QtEndian>
+#include <algorithm>
+#include <iterator>
 
 // A deliberately naive co-op peer: its own framing code, so the wire format is
 // checked independently of the product's encoder and decoder. It can come
@@ -54,18 +57,12 @@ public:
     QList<QJsonObject> ofType(const QString &type) const
     {
         QList<QJsonObject> out;
-        for (const QJsonObject &o : received)
-            if (o.value("t").toString() == type)
-                out.append(o);
+        std::copy_if(received.begin(), received.end(), std::back_inserter(out),
+                     [&](const QJsonObject &o) { return o.value("t") == type; });
         return out;
     }
-
     int count(const QString &type) const { return int(ofType(type).size()); }
-    QJsonObject last(const QString &type) const
-    {
-        const QList<QJsonObject> all = ofType(type);
-        return all.isEmpty() ? QJsonObject() : all.last();
-    }
+    QJsonObject last(const QString &type) const { return ofType(type).value(count(type) - 1); }
 
     bool connected() const { return socket.state() == QAbstractSocket::ConnectedState; }
 
@@ -73,7 +70,6 @@ public:
     QList<QJsonObject> received;
     bool autoPong = true;
     bool closed = false;
-    bool badInput = false;
 
 private slots:
     void onReadyRead()
@@ -84,14 +80,8 @@ private slots:
             const quint32 n = qFromBigEndian<quint32>(buffer.constData() + at);
             if (buffer.size() - at < qsizetype(n) + 4)
                 break;
-            QJsonParseError error;
-            const QJsonDocument doc = QJsonDocument::fromJson(buffer.mid(at + 4, n), &error);
+            const QJsonObject o = QJsonDocument::fromJson(buffer.mid(at + 4, n)).object();
             at += qsizetype(n) + 4;
-            if (error.error != QJsonParseError::NoError || !doc.isObject()) {
-                badInput = true;
-                continue;
-            }
-            const QJsonObject o = doc.object();
             received.append(o);
             if (autoPong && o.value("t").toString() == "ping")
                 send(QJsonObject{{"t", "pong"}, {"ts", o.value("ts")}});
