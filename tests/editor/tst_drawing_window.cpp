@@ -895,10 +895,9 @@ void TestDrawingWindow::usersPopupAlignsWithButton()
 
 void TestDrawingWindow::usersPopupFollowsLiveSession()
 {
-    // A port of its own, away from the one the co-op suites share.
-    constexpr quint16 Port = 42169;
     CoopSession &hosting = CoopSession::instance();
-    QVERIFY2(hosting.host("Ada", Port), qPrintable(hosting.lastError()));
+    QVERIFY2(hosting.host("Ada", 0), qPrintable(hosting.lastError()));
+    const quint16 port = hosting.hostPort();
     auto w = newWindow(true);
     w->resize(1100, 720);
     w->show();
@@ -909,7 +908,7 @@ void TestDrawingWindow::usersPopupFollowsLiveSession()
     QCOMPARE(labelTexts(popup->rows()[0]), QStringList({"Ada  (host)  (you)", "\u2014"}));
 
     CoopSession friendSession;
-    friendSession.join("127.0.0.1", "Bea", Port);
+    friendSession.join("127.0.0.1", "Bea", port);
     QTRY_COMPARE_WITH_TIMEOUT(popup->rows().size(), 2, 10000);
     QCOMPARE(labelTexts(popup->rows()[1]).first(), QString("Bea"));
     QCOMPARE(kickTooltips(popup->rows()[1]), QStringList("\u2715 Kick Bea"));
@@ -925,7 +924,7 @@ void TestDrawingWindow::usersPopupFollowsLiveSession()
     w->onLayersClicked();
     QVERIFY(popup->isHidden());
     CoopSession other;
-    other.join("127.0.0.1", "", Port);
+    other.join("127.0.0.1", "", port);
     QTRY_COMPARE_WITH_TIMEOUT(hosting.users().size(), 2, 10000);
     QCOMPARE(popup->rows().size(), 1);
     w->onLayersClicked();
@@ -937,7 +936,6 @@ void TestDrawingWindow::usersPopupFollowsLiveSession()
 
 void TestDrawingWindow::coopWindowFollowsSession()
 {
-    constexpr quint16 Port = 42170;
     CoopCanvas &shared = CoopCanvas::instance();
     shared.clear();
     const QSize size(shared.width(), shared.height());
@@ -949,13 +947,14 @@ void TestDrawingWindow::coopWindowFollowsSession()
 
     CoopSession hostSession;
     hostSession.setCanvasProvider([hostPicture] { return hostPicture; });
-    QVERIFY2(hostSession.host("Host", Port), qPrintable(hostSession.lastError()));
+    QVERIFY2(hostSession.host("Host", 0), qPrintable(hostSession.lastError()));
+    const quint16 port = hostSession.hostPort();
     auto w = newWindow(true);
     w->show();
     CanvasWidget *canvas = w->canvas();
 
     // Joining adopts the host's picture.
-    CoopSession::instance().join("127.0.0.1", "Me", Port);
+    CoopSession::instance().join("127.0.0.1", "Me", port);
     QTRY_COMPARE_WITH_TIMEOUT(canvas->flatComposite().pixelColor(50, 50), QColor(0, 128, 255),
                               10000);
     QCOMPARE(canvas->flatComposite().pixelColor(500, 500), QColor(Qt::transparent));
