@@ -1,10 +1,9 @@
 // A co-op host with the shared picture, in its own process, driven by lines
 // on stdin:
 //   "stroke JSON"  paint a stroke (its wire form) and share it
-//   "kick ID"      remove a peer
 //   "save PATH"    write the picture, with everything received so far, as PNG
 // Its one argument is the session password. It reports on stdout:
-// "hosting PORT", "joined N", "received N from NICK", "drawn N", "saved PATH".
+// "hosting PORT", "received N from NICK", "drawn N", "saved PATH".
 #include "coop/CoopCanvas.h"
 #include "coop/CoopSession.h"
 #include "coop/StrokeJson.h"
@@ -25,9 +24,6 @@ int main(int argc, char **argv)
     CoopCanvas &canvas = CoopCanvas::instance();
 
     int received = 0, drawn = 0;
-    QObject::connect(&session, &CoopSession::usersChanged, [say](const QList<CoopUser> &users) {
-        say(QStringLiteral("joined %1").arg(users.size() - 1));
-    });
     QObject::connect(&session, &CoopSession::strokeReceived,
                      [&](const Stroke &, const QString &from) {
                          say(QStringLiteral("received %1 from %2").arg(++received).arg(from));
@@ -48,8 +44,6 @@ int main(int argc, char **argv)
             coop::strokeFromJson(QJsonDocument::fromJson(argument.toUtf8()).object(), &stroke);
             canvas.addLocalStroke(stroke, CoopCanvas::DefaultFillTolerance);
             say(QStringLiteral("drawn %1").arg(++drawn));
-        } else if (command == QLatin1String("kick")) {
-            session.kick(argument.toInt());
         } else if (command == QLatin1String("save")) {
             canvas.snapshot(&app, [say, argument](const QImage &picture) {
                 say((picture.save(argument, "PNG") ? QStringLiteral("saved ")

@@ -1,3 +1,5 @@
+#include "TestImages.h"
+
 #include "common/Log.h"
 #include "coop/CoopCanvas.h"
 #include "coop/CoopSession.h"
@@ -19,19 +21,7 @@ void captureLog(const char *line)
 
 QImage transparent(int w, int h)
 {
-    QImage image(w, h, QImage::Format_RGBA8888);
-    image.fill(Qt::transparent);
-    return image;
-}
-
-// Every pixel distinct enough that a shifted or scaled copy cannot match.
-QImage pattern(int w, int h)
-{
-    QImage image(w, h, QImage::Format_RGBA8888);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x)
-            image.setPixelColor(x, y, QColor(x % 256, y % 256, (x * 7 + y) % 256, 255 - (x % 50)));
-    return image;
+    return solid(w, h, Qt::transparent);
 }
 
 Stroke brush(QVector<QPointF> points, QColor color, float width)

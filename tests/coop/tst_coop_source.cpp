@@ -20,9 +20,7 @@ namespace {
 
 QImage transparent(int w, int h)
 {
-    QImage image(w, h, QImage::Format_RGBA8888);
-    image.fill(Qt::transparent);
-    return image;
+    return solid(w, h, Qt::transparent);
 }
 
 Stroke redBrush()
