@@ -442,7 +442,7 @@ private slots:
         flooder->sendRaw(burst);
         honest->send(strokeMessage(segment(7, 7)));
         QTRY_VERIFY_WITH_TIMEOUT(order.contains("H"), Wait);
-        QVERIFY2(order.indexOf("H") < 500, qPrintable(QString::number(order.indexOf("H"))));
+        QVERIFY2(order.indexOf("H") < 100, qPrintable(QString::number(order.indexOf("H"))));
     }
 
     // Answers to pings are listed once per ping round, however many come.
