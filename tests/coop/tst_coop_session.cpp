@@ -425,6 +425,11 @@ private slots:
         QVERIFY(watcher->count("stroke") - 1 <= maxRelayed);
         QVERIFY(honest->connected() && watcher->connected());
         QCOMPARE(attacker->connected(), !dropsSender);
+        if (dropsSender) { // and its address waits before coming back
+            RawPeer again(host.port);
+            QTRY_VERIFY_WITH_TIMEOUT(again.closed, Wait);
+            QCOMPARE(again.last("kick").value("code").toString(), QString("backoff"));
+        }
     }
 
     // One peer's burst is handled a few frames at a time: another peer's

@@ -13,18 +13,6 @@
 
 #include <algorithm>
 
-// A token bucket holding at most one second of its rate.
-struct Bucket {
-    double tokens = 0;
-    qint64 at = 0;
-
-    void refill(double rate, double capacity, qint64 nowMs)
-    {
-        tokens = std::min(capacity, tokens + rate * double(nowMs - at) / 1000.0);
-        at = nowMs;
-    }
-};
-
 struct CoopSession::Peer {
     enum class Stage { Hello, Auth, Joined };
 

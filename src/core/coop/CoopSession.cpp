@@ -178,7 +178,7 @@ void CoopSession::teardown(const char *reason, bool announce)
     m_options = CoopHostOptions();
     m_busyPeers.clear();
     m_banned.clear();
-    m_backoff.clear();
+    m_addresses.clear();
     m_welcomeWaiters.clear();
     m_welcomeBusy = false;
     m_welcomeKey = 0;

@@ -15,6 +15,7 @@
 #include <QString>
 #include <QThreadPool>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -57,7 +58,12 @@ struct CoopHostLimits {
     double paintPerSecondAll = 48e6;
     int framesPerTurn = 8;                     // then the next peer's turn
     qint64 maxPendingOutput = qint64(4) << 20; // beyond what a welcome takes
-    int backoffMs = 2000;                      // after a wrong password; doubles
+    // New connections per address and second (bursts up to the per-address
+    // cap), so reconnecting in a loop gains nothing.
+    double connectsPerSecond = 4;
+    // After a wrong password or a broken message an address waits; each time
+    // twice as long.
+    int backoffMs = 2000;
     int maxBackoffMs = 60000;
 };
 
@@ -143,15 +149,29 @@ private slots:
 
 private:
     struct Peer;
-    struct Backoff {
+    // A token bucket holding at most `capacity` tokens.
+    struct Bucket {
+        double tokens = 0;
+        qint64 at = 0;
+        void refill(double rate, double capacity, qint64 nowMs)
+        {
+            tokens = std::min(capacity, tokens + rate * double(nowMs - at) / 1000.0);
+            at = nowMs;
+        }
+    };
+    // What the host remembers of an address for the session.
+    struct AddressRecord {
         int failures = 0;
-        qint64 until = 0;
+        qint64 until = 0; // refused until then
+        Bucket connects;
+        bool seen = false;
     };
 
     // host
     Peer *findPeer(const QTcpSocket *socket) const;
     Peer *peerById(int id) const;
     bool refuseConnection(QTcpSocket *socket, const QString &address);
+    void penalize(const QString &address);
     void servePeer(int id);
     void serveBusyPeers();
     bool serveTurn(Peer *peer);
@@ -209,7 +229,7 @@ private:
     QList<int> m_busyPeers;
     bool m_serveQueued = false;
     QSet<QString> m_banned; // address + nickname of kicked peers
-    QHash<QString, Backoff> m_backoff;
+    QHash<QString, AddressRecord> m_addresses;
     int m_droppedStrokes = 0;
     int m_refusedConnections = 0;
     QList<int> m_welcomeWaiters;

@@ -158,17 +158,37 @@ bool CoopSession::refuseConnection(QTcpSocket *socket, const QString &address)
         socket->deleteLater();
         return true;
     }
-    const auto backoff = m_backoff.constFind(address);
-    if (backoff != m_backoff.constEnd() && backoff->until > now()) {
+    AddressRecord &record = m_addresses[address];
+    const double burst = m_limits.maxConnectionsPerAddress;
+    if (!std::exchange(record.seen, true))
+        record.connects = {burst, now()};
+    record.connects.refill(m_limits.connectsPerSecond, burst, now());
+    if (record.connects.tokens < 1.0) {
         ++m_refusedConnections;
-        const qint64 seconds = (backoff->until - now() + 999) / 1000;
+        socket->abort();
+        socket->deleteLater();
+        return true;
+    }
+    record.connects.tokens -= 1.0;
+    if (record.until > now()) {
+        ++m_refusedConnections;
+        const qint64 seconds = (record.until - now() + 999) / 1000;
         closeWithMessage(
             socket, kickFrame(Code::Backoff,
-                              QStringLiteral("Too many wrong passwords. Please try again in %1 s.")
+                              QStringLiteral("Too many failed attempts. Please try again in %1 s.")
                                   .arg(seconds)));
         return true;
     }
     return false;
+}
+
+void CoopSession::penalize(const QString &address)
+{
+    AddressRecord &record = m_addresses[address];
+    ++record.failures;
+    record.until =
+        now() + std::min<qint64>(qint64(m_limits.backoffMs) << std::min(record.failures - 1, 20),
+                                 m_limits.maxBackoffMs);
 }
 
 void CoopSession::onNewConnection()
@@ -255,11 +275,7 @@ void CoopSession::onAuth(Peer *peer, const QJsonObject &message)
         admitPeer(peer);
         return;
     }
-    Backoff &backoff = m_backoff[peer->address];
-    ++backoff.failures;
-    const qint64 wait = std::min<qint64>(
-        qint64(m_limits.backoffMs) << std::min(backoff.failures - 1, 20), m_limits.maxBackoffMs);
-    backoff.until = now() + wait;
+    penalize(peer->address);
     pdLog("[PD-Coop] wrong password from %s (id=%d)", peer->address.toUtf8().constData(), peer->id);
     refusePeer(peer, Code::Password, QStringLiteral("Wrong password."));
 }
@@ -446,6 +462,7 @@ bool CoopSession::serveTurn(Peer *peer)
         peer->rx.append(data);
         if (!peer->joined() && peer->rx.bufferedBytes() > MaxBytesBeforeJoining &&
             !peer->rx.hasFrame()) {
+            penalize(peer->address);
             removePeer(socket, QStringLiteral("too much before hello"), false);
             return false;
         }
@@ -457,9 +474,11 @@ bool CoopSession::serveTurn(Peer *peer)
             n = m_limits.framesPerTurn;
             break;
         case coop::FrameDecoder::Result::Oversize:
+            penalize(peer->address);
             removePeer(socket, QStringLiteral("oversize frame"), false);
             return false;
         case coop::FrameDecoder::Result::BadJson:
+            penalize(peer->address);
             removePeer(socket, QStringLiteral("bad json"), false);
             return false;
         case coop::FrameDecoder::Result::Message:
