@@ -172,6 +172,7 @@ private:
     Peer *peerById(int id) const;
     bool refuseConnection(QTcpSocket *socket, const QString &address);
     void penalize(const QString &address);
+    void updateAccepting();
     void servePeer(int id);
     void serveBusyPeers();
     bool serveTurn(Peer *peer);

@@ -222,6 +222,19 @@ void CoopSession::onNewConnection()
         connect(socket, &QTcpSocket::disconnected, this, &CoopSession::onPeerDisconnected);
         pdLog("[PD-Coop] peer connecting (id=%d) from %s", id, address.toUtf8().constData());
     }
+    updateAccepting();
+}
+
+// At the cap, further connections wait in the kernel's queue (and beyond it
+// are turned away there) instead of costing this thread an accept each.
+void CoopSession::updateAccepting()
+{
+    if (!m_server)
+        return;
+    if (int(m_peers.size()) >= m_limits.maxConnections)
+        m_server->pauseAccepting();
+    else
+        m_server->resumeAccepting();
 }
 
 void CoopSession::onHello(Peer *peer, const QJsonObject &message)
@@ -298,6 +311,7 @@ void CoopSession::refusePeer(Peer *peer, QLatin1StringView code, const QString &
     const auto it = std::find_if(m_peers.begin(), m_peers.end(),
                                  [peer](const auto &p) { return p.get() == peer; });
     m_peers.erase(it);
+    updateAccepting();
     socket->disconnect(this);
     closeWithMessage(socket, kickFrame(code, reason));
 }
@@ -622,6 +636,7 @@ void CoopSession::removePeer(QTcpSocket *socket, const QString &reason, bool sen
         return;
     const bool wasJoined = (*it)->joined();
     m_peers.erase(it);
+    updateAccepting();
     socket->disconnect(this);
     if (sendKick && socket->state() == QAbstractSocket::ConnectedState) {
         closeWithMessage(
