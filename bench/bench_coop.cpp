@@ -496,8 +496,10 @@ void coopRelay(benchmark::State &state)
 void coopSoak(benchmark::State &state)
 {
     for (auto _ : state) {
+        // PD_COOP_SOAK=<part of a name> runs only the attacks that match.
+        const QString only = qEnvironmentVariable("PD_COOP_SOAK");
         for (const AttackInfo &info : Attacks) {
-            if (info.attack == Attack::None)
+            if (info.attack == Attack::None || !QString(info.name).contains(only))
                 continue;
             const SoakResult r = soak(info.attack, 8, 4000);
             const bool met = r.ready && r.stallMs <= 100 && r.p99Ms <= 100 &&
