@@ -1,31 +1,38 @@
 #pragma once
 
-#include <QCoreApplication>
+#include <QHostAddress>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QList>
+
 #include <QTcpSocket>
 #include <QtEndian>
+#include <algorithm>
+#include <iterator>
 
 // A deliberately naive co-op peer: its own framing code, so the wire format is
-// checked independently of the product's encoder and decoder.
+// checked independently of the product's encoder and decoder. It can come
+// from any loopback address (127.0.0.x), to play several machines.
 class RawPeer : public QObject {
     Q_OBJECT
 
 public:
-    explicit RawPeer(quint16 port = 42069, QObject *parent = nullptr) : QObject(parent)
+    explicit RawPeer(quint16 port, const QString &from = QString(), QObject *parent = nullptr)
+        : QObject(parent)
     {
         connect(&socket, &QTcpSocket::readyRead, this, &RawPeer::onReadyRead);
         connect(&socket, &QTcpSocket::disconnected, this, [this] { closed = true; });
+        connect(&socket, &QTcpSocket::errorOccurred, this, [this] { closed = true; });
+        if (!from.isEmpty())
+            socket.bind(QHostAddress(from));
         socket.connectToHost(QStringLiteral("127.0.0.1"), port);
         socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
     }
 
     static QByteArray frame(const QByteArray &payload)
     {
-        const quint32 n = quint32(payload.size());
-        QByteArray out;
-        out.append(char(n >> 24)).append(char(n >> 16)).append(char(n >> 8)).append(char(n));
+        QByteArray out(4, Qt::Uninitialized);
+        qToBigEndian<quint32>(quint32(payload.size()), out.data());
         return out + payload;
     }
 
@@ -34,45 +41,28 @@ public:
         return QJsonDocument(o).toJson(QJsonDocument::Compact);
     }
 
-    void sendRaw(const QByteArray &bytes, bool byteByByte = false)
+    void sendRaw(const QByteArray &bytes)
     {
-        if (!byteByByte) {
-            socket.write(bytes);
-            socket.flush();
-            return;
-        }
-        for (char c : bytes) {
-            socket.write(&c, 1);
-            socket.flush();
-            QCoreApplication::processEvents();
-        }
+        socket.write(bytes);
+        socket.flush();
     }
 
-    void send(const QJsonObject &o, bool byteByByte = false)
-    {
-        sendRaw(frame(json(o)), byteByByte);
-    }
+    void send(const QJsonObject &o) { sendRaw(frame(json(o))); }
 
-    void hello(const QString &nick, bool byteByByte = false)
+    void hello(const QString &nick, int version = 2)
     {
-        send(QJsonObject{{"t", "hello"}, {"nick", nick}, {"ver", 1}}, byteByByte);
+        send(QJsonObject{{"t", "hello"}, {"nick", nick}, {"ver", version}});
     }
 
     QList<QJsonObject> ofType(const QString &type) const
     {
         QList<QJsonObject> out;
-        for (const QJsonObject &o : received)
-            if (o.value("t").toString() == type)
-                out.append(o);
+        std::copy_if(received.begin(), received.end(), std::back_inserter(out),
+                     [&](const QJsonObject &o) { return o.value("t") == type; });
         return out;
     }
-
     int count(const QString &type) const { return int(ofType(type).size()); }
-    QJsonObject last(const QString &type) const
-    {
-        const QList<QJsonObject> all = ofType(type);
-        return all.isEmpty() ? QJsonObject() : all.last();
-    }
+    QJsonObject last(const QString &type) const { return ofType(type).value(count(type) - 1); }
 
     bool connected() const { return socket.state() == QAbstractSocket::ConnectedState; }
 
@@ -80,28 +70,23 @@ public:
     QList<QJsonObject> received;
     bool autoPong = true;
     bool closed = false;
-    bool badInput = false;
 
 private slots:
     void onReadyRead()
     {
         buffer += socket.readAll();
-        while (buffer.size() >= 4) {
-            const quint32 n = qFromBigEndian<quint32>(buffer.constData());
-            if (buffer.size() < qsizetype(n) + 4)
-                return;
-            QJsonParseError error;
-            const QJsonDocument doc = QJsonDocument::fromJson(buffer.mid(4, n), &error);
-            buffer.remove(0, qsizetype(n) + 4);
-            if (error.error != QJsonParseError::NoError || !doc.isObject()) {
-                badInput = true;
-                continue;
-            }
-            const QJsonObject o = doc.object();
+        qsizetype at = 0;
+        while (buffer.size() - at >= 4) {
+            const quint32 n = qFromBigEndian<quint32>(buffer.constData() + at);
+            if (buffer.size() - at < qsizetype(n) + 4)
+                break;
+            const QJsonObject o = QJsonDocument::fromJson(buffer.mid(at + 4, n)).object();
+            at += qsizetype(n) + 4;
             received.append(o);
             if (autoPong && o.value("t").toString() == "ping")
                 send(QJsonObject{{"t", "pong"}, {"ts", o.value("ts")}});
         }
+        buffer.remove(0, at);
     }
 
 private:

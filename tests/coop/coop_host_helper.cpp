@@ -1,15 +1,18 @@
-// A co-op host in its own process, driven by lines on stdin:
-//   "stroke X Y"  draw a one-point stroke
-//   "kick ID"     remove a peer
-// It reports on stdout: "hosting", "joined N", "stroke X Y from NICK".
+// A co-op host with the shared picture, in its own process, driven by lines
+// on stdin:
+//   "stroke JSON"  paint a stroke (its wire form) and share it
+//   "save PATH"    write the picture, with everything received so far, as PNG
+// Its one argument is the session password. It reports on stdout:
+// "hosting PORT", "received N from NICK", "drawn N", "saved PATH".
+#include "coop/CoopCanvas.h"
 #include "coop/CoopSession.h"
+#include "coop/StrokeJson.h"
 
 #include <QCoreApplication>
-#include <QImage>
+#include <QJsonDocument>
 #include <QSocketNotifier>
 #include <QTextStream>
 
-#include <cstdio>
 #include <unistd.h>
 
 int main(int argc, char **argv)
@@ -18,40 +21,53 @@ int main(int argc, char **argv)
     QTextStream out(stdout);
     auto say = [&out](const QString &line) { out << line << Qt::endl; };
     CoopSession &session = CoopSession::instance();
-    QImage canvas(16, 9, QImage::Format_RGBA8888);
-    canvas.fill(QColor(0, 0, 255, 255));
-    session.setCanvasProvider([canvas] { return canvas; });
-    QObject::connect(&session, &CoopSession::usersChanged, [say](const QList<CoopUser> &users) {
-        say(QStringLiteral("joined %1").arg(users.size() - 1));
-    });
+    CoopCanvas &canvas = CoopCanvas::instance();
+
+    int received = 0, drawn = 0;
     QObject::connect(&session, &CoopSession::strokeReceived,
-                     [say](const Stroke &s, const QString &from) {
-                         say(QStringLiteral("stroke %1 %2 from %3")
-                                 .arg(s.points[0].x())
-                                 .arg(s.points[0].y())
-                                 .arg(from));
+                     [&](const Stroke &, const QString &from) {
+                         say(QStringLiteral("received %1 from %2").arg(++received).arg(from));
                      });
-    if (!session.host(QStringLiteral("Remote"), 42069)) {
+    CoopHostOptions options;
+    options.password = app.arguments().value(1);
+    if (!session.host(QStringLiteral("Host"), 0, options)) {
         say(session.lastError());
         return 1;
     }
-    say(QStringLiteral("hosting"));
+    say(QStringLiteral("hosting %1").arg(session.hostPort()));
 
+    auto run = [&](const QString &text) {
+        const QString command = text.section(' ', 0, 0);
+        const QString argument = text.section(' ', 1);
+        if (command == QLatin1String("stroke")) {
+            Stroke stroke;
+            coop::strokeFromJson(QJsonDocument::fromJson(argument.toUtf8()).object(), &stroke);
+            canvas.addLocalStroke(stroke, CoopCanvas::DefaultFillTolerance);
+            say(QStringLiteral("drawn %1").arg(++drawn));
+        } else if (command == QLatin1String("save")) {
+            canvas.snapshot(&app, [say, argument](const QImage &picture) {
+                say((picture.save(argument, "PNG") ? QStringLiteral("saved ")
+                                                   : QStringLiteral("save failed ")) +
+                    argument);
+            });
+        }
+    };
+
+    // Raw reads: several lines may arrive in one read.
+    QByteArray pending;
     QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
     QObject::connect(&input, &QSocketNotifier::activated, [&] {
-        char line[256];
-        if (!std::fgets(line, sizeof line, stdin)) {
+        char chunk[1 << 16];
+        const ssize_t got = ::read(STDIN_FILENO, chunk, sizeof chunk);
+        if (got <= 0) {
             app.quit();
             return;
         }
-        const QStringList words = QString::fromUtf8(line).simplified().split(' ');
-        if (words.value(0) == "stroke") {
-            Stroke s;
-            s.points = {QPointF(words.value(1).toDouble(), words.value(2).toDouble())};
-            s.color = Qt::red;
-            session.sendStroke(s);
-        } else if (words.value(0) == "kick") {
-            session.kick(words.value(1).toInt());
+        pending.append(chunk, got);
+        qsizetype end;
+        while ((end = pending.indexOf('\n')) >= 0) {
+            run(QString::fromUtf8(pending.left(end)).trimmed());
+            pending.remove(0, end + 1);
         }
     });
     return app.exec();

@@ -4,7 +4,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QPainter>
-#include <QRandomGenerator>
 #include <QtEndian>
 #include <QtTest>
 
@@ -22,28 +21,23 @@ QByteArray prefix(quint32 length)
     return bytes;
 }
 
-QByteArray rawFrame(const QByteArray &payload)
-{
-    return prefix(quint32(payload.size())) + payload;
-}
-
-QList<QJsonObject> drain(FrameDecoder &decoder, Result *last)
-{
-    QList<QJsonObject> out;
-    QJsonObject message;
-    Result r;
-    while ((r = decoder.next(&message)) == Result::Message)
-        out.append(message);
-    *last = r;
-    return out;
-}
-
-QJsonObject strokeWith(const QString &key, const QJsonValue &value)
+QJsonObject with(const QString &key, const QJsonValue &value)
 {
     QJsonObject o{{"pts", QJsonArray{1, 2}}};
     o.insert(key, value);
     return o;
 }
+
+QJsonArray numbers(int count)
+{
+    QJsonArray pts;
+    for (int i = 0; i < count; ++i)
+        pts.append(i % 7);
+    return pts;
+}
+
+const double NaN = std::numeric_limits<double>::quiet_NaN();
+const double Inf = std::numeric_limits<double>::infinity();
 
 } // namespace
 
@@ -53,91 +47,66 @@ class TestCoopProtocol : public QObject {
 private slots:
     void encodeFrameIsBigEndianCompactJson()
     {
-        const QByteArray frame = coop::encodeFrame(QJsonObject{{"t", "ping"}, {"ts", 5}});
-        const QByteArray payload = "{\"t\":\"ping\",\"ts\":5}";
-        QCOMPARE(frame, QByteArray("\x00\x00\x00\x13", 4) + payload);
+        QCOMPARE(coop::encodeFrame(QJsonObject{{"t", "ping"}, {"ts", 5}}),
+                 QByteArray("\x00\x00\x00\x13{\"t\":\"ping\",\"ts\":5}", 23));
     }
 
-    void splitFramesParsedOnceInOrder()
+    // Split across reads or many in one read: each frame once, in order.
+    void framesParsedOnceInOrder_data()
     {
+        QTest::addColumn<int>("chunk");
+        QTest::newRow("byte by byte") << 1;
+        QTest::newRow("odd chunks") << 7;
+        QTest::newRow("most at once") << 5000;
+    }
+
+    void framesParsedOnceInOrder()
+    {
+        QFETCH(int, chunk);
         QByteArray stream;
-        for (int i = 0; i < 50; ++i)
-            stream += coop::encodeFrame(QJsonObject{{"t", "n"}, {"i", i}});
-        FrameDecoder decoder;
-        QList<int> seen;
-        for (char c : stream) {
-            decoder.append(QByteArray(1, c));
+        for (int i = 0; i < 300; ++i)
+            stream += coop::encodeFrame(QJsonObject{{"i", i}});
+        FrameDecoder decoder(coop::MaxHostFramePayload);
+        int next = 0;
+        for (qsizetype at = 0; at < stream.size(); at += chunk) {
+            decoder.append(stream.mid(at, chunk));
+            QJsonObject message;
             Result last;
-            for (const QJsonObject &o : drain(decoder, &last))
-                seen.append(o.value("i").toInt());
+            while ((last = decoder.next(&message)) == Result::Message)
+                QCOMPARE(message.value("i").toInt(), next++);
             QCOMPARE(last, Result::NeedMore);
         }
-        QCOMPARE(seen.size(), 50);
-        for (int i = 0; i < 50; ++i)
-            QCOMPARE(seen.at(i), i);
+        QCOMPARE(next, 300);
         QCOMPARE(decoder.bufferedBytes(), 0);
     }
 
-    void manyFramesInOneRead()
-    {
-        QByteArray stream;
-        for (int i = 0; i < 1000; ++i)
-            stream += coop::encodeFrame(QJsonObject{{"i", i}});
-        // Whole stream plus the first half of one more frame.
-        const QByteArray extra = coop::encodeFrame(QJsonObject{{"i", 1000}});
-        stream += extra.left(7);
-        FrameDecoder decoder;
-        decoder.append(stream);
-        Result last;
-        const QList<QJsonObject> got = drain(decoder, &last);
-        QCOMPARE(last, Result::NeedMore);
-        QCOMPARE(got.size(), 1000);
-        for (int i = 0; i < 1000; ++i)
-            QCOMPARE(got.at(i).value("i").toInt(), i);
-        decoder.append(extra.mid(7));
-        const QList<QJsonObject> rest = drain(decoder, &last);
-        QCOMPARE(rest.size(), 1);
-        QCOMPARE(rest.first().value("i").toInt(), 1000);
-    }
-
-    void lengthAtLimitIsAccepted()
-    {
-        // {"a":"xxxx...."} padded to exactly 64 MiB.
-        const quint32 limit = 67108864;
-        QByteArray payload = "{\"a\":\"";
-        payload += QByteArray(int(limit) - payload.size() - 2, 'x');
-        payload += "\"}";
-        QCOMPARE(quint32(payload.size()), limit);
-        FrameDecoder decoder;
-        decoder.append(prefix(limit));
-        QJsonObject message;
-        QCOMPARE(decoder.next(&message), Result::NeedMore);
-        decoder.append(payload.left(1000));
-        QCOMPARE(decoder.next(&message), Result::NeedMore);
-        decoder.append(payload.mid(1000));
-        QCOMPARE(decoder.next(&message), Result::Message);
-        QCOMPARE(message.value("a").toString().size(), qsizetype(limit) - 8);
-    }
-
-    void lengthAboveLimitIsViolation_data()
+    // Exactly the limit passes; one more fails before anything announced is
+    // buffered, and the decoder stays failed.
+    void lengthLimit_data()
     {
         QTest::addColumn<quint32>("length");
-        QTest::newRow("limit+1") << quint32(67108865);
-        QTest::newRow("top bit") << quint32(0x80000000u);
-        QTest::newRow("max") << quint32(0xFFFFFFFFu);
+        QTest::addColumn<bool>("accepted");
+        QTest::newRow("limit") << quint32(1000) << true;
+        QTest::newRow("limit+1") << quint32(1001) << false;
+        QTest::newRow("top bit") << quint32(0x80000000u) << false;
     }
 
-    void lengthAboveLimitIsViolation()
+    void lengthLimit()
     {
         QFETCH(quint32, length);
-        FrameDecoder decoder;
-        // A good frame before the bad prefix is still delivered.
-        decoder.append(coop::encodeFrame(QJsonObject{{"t", "ok"}}) + prefix(length) + "{}");
+        QFETCH(bool, accepted);
+        FrameDecoder decoder(1000);
+        decoder.append(coop::encodeFrame(QJsonObject{{"t", "ok"}}) + prefix(length));
         QJsonObject message;
         QCOMPARE(decoder.next(&message), Result::Message);
+        QCOMPARE(decoder.hasFrame(), !accepted);
+        if (accepted) {
+            decoder.append("{\"a\":\"" + QByteArray(int(length) - 8, 'x') + "\"}");
+            QCOMPARE(decoder.next(&message), Result::Message);
+            QCOMPARE(message.value("a").toString().size(), qsizetype(length) - 8);
+            return;
+        }
         QCOMPARE(decoder.next(&message), Result::Oversize);
-        QVERIFY(decoder.failed());
-        // Nothing announced was ever reserved.
         QCOMPARE(decoder.bufferedBytes(), 0);
         decoder.append(coop::encodeFrame(QJsonObject{{"t", "late"}}));
         QCOMPARE(decoder.next(&message), Result::Oversize);
@@ -149,18 +118,17 @@ private slots:
         QTest::newRow("zero length") << QByteArray();
         QTest::newRow("not json") << QByteArray("hello");
         QTest::newRow("array") << QByteArray("[1,2]");
-        QTest::newRow("number") << QByteArray("42");
         QTest::newRow("string") << QByteArray("\"t\"");
         QTest::newRow("truncated") << QByteArray("{\"t\":\"stroke\"");
-        QTest::newRow("overflowing number") << QByteArray("{\"t\":1e999}");
         QTest::newRow("bad utf8") << QByteArray("{\"t\":\"\xff\xfe\"}x");
     }
 
     void badPayloadIsViolation()
     {
         QFETCH(QByteArray, payload);
-        FrameDecoder decoder;
-        decoder.append(rawFrame(payload) + coop::encodeFrame(QJsonObject{{"t", "after"}}));
+        FrameDecoder decoder(coop::MaxHostFramePayload);
+        decoder.append(prefix(quint32(payload.size())) + payload +
+                       coop::encodeFrame(QJsonObject{{"t", "after"}}));
         QJsonObject message;
         QCOMPARE(decoder.next(&message), Result::BadJson);
         QCOMPARE(decoder.next(&message), Result::BadJson);
@@ -169,24 +137,24 @@ private slots:
     void strokeRoundTrip()
     {
         Stroke s;
-        s.points = {QPointF(1.5, 2.25), QPointF(-3, 1e5)};
+        s.points = {QPointF(1.5, 2.25), QPointF(-3, 1e5), QPointF(0.1, 1.0 / 3.0)};
         s.color = QColor::fromRgba(0x80FF2010u);
         s.width = 12.5f;
-        s.eraser = true;
-        s.shape = true;
+        s.eraser = s.shape = s.shapeErase = true;
         s.shapeType = ShapeHeart;
         s.shapeMode = 1;
-        s.shapeErase = true;
         s.arrowDirection = 3;
         const QJsonObject o = coop::strokeToJson(s);
         QCOMPARE(o.keys().size(), 10);
-        QCOMPARE(o.value("pts").toArray(), (QJsonArray{1.5, 2.25, -3, 100000}));
+        // Coordinates are written from 32-bit floats.
+        QCOMPARE(o.value("pts").toArray(),
+                 (QJsonArray{1.5, 2.25, -3, 100000, double(0.1f), double(float(1.0 / 3.0))}));
         QCOMPARE(o.value("col").toDouble(), double(0x80FF2010u));
-        // Through real JSON text, as on the wire.
         const QJsonObject wire = QJsonDocument::fromJson(QJsonDocument(o).toJson()).object();
         Stroke r;
         QVERIFY(coop::strokeFromJson(wire, &r));
-        QCOMPARE(r.points, s.points);
+        QCOMPARE(r.points.size(), 3);
+        QCOMPARE(r.points.mid(0, 2), s.points.mid(0, 2));
         QCOMPARE(r.color.rgba(), 0x80FF2010u);
         QCOMPARE(r.width, 12.5f);
         QVERIFY(r.eraser && !r.fill && r.shape && r.shapeErase);
@@ -195,155 +163,68 @@ private slots:
         QCOMPARE(r.arrowDirection, 3);
     }
 
-    void coordinatesWrittenAsFloats()
+    // What a peer sends is read into a stroke with defaults and clamps, or
+    // rejected whole (and the target left untouched).
+    void readsStroke_data()
     {
-        Stroke s;
-        s.points = {QPointF(0.1, 1.0 / 3.0)};
-        const QJsonArray pts = coop::strokeToJson(s).value("pts").toArray();
-        QCOMPARE(pts.at(0).toDouble(), double(0.1f));
-        QCOMPARE(pts.at(1).toDouble(), double(float(1.0 / 3.0)));
-    }
-
-    void missingKeysReadAsDefaults()
-    {
-        Stroke r;
-        QVERIFY(coop::strokeFromJson(QJsonObject{{"pts", QJsonArray{4, 5}}}, &r));
-        QCOMPARE(r.points, QVector<QPointF>{QPointF(4, 5)});
-        QVERIFY(r.color.isValid());
-        QCOMPARE(r.color.rgba(), 0u);
-        QCOMPARE(r.width, 8.0f);
-        QVERIFY(!r.eraser && !r.fill && !r.shape && !r.shapeErase);
-        QCOMPARE(r.shapeType, 0);
-        QCOMPARE(r.shapeMode, 0);
-        QCOMPARE(r.arrowDirection, 0);
-    }
-
-    void pointCountBounds_data()
-    {
-        QTest::addColumn<int>("numbers");
+        QTest::addColumn<QJsonValue>("value");
         QTest::addColumn<bool>("accepted");
-        QTest::newRow("empty") << 0 << false;
-        QTest::newRow("one number") << 1 << false;
-        QTest::newRow("one point") << 2 << true;
-        QTest::newRow("three numbers") << 3 << false;
-        QTest::newRow("200000 points") << 400000 << true;
-        QTest::newRow("200001 points") << 400002 << false;
-    }
-
-    void pointCountBounds()
-    {
-        QFETCH(int, numbers);
-        QFETCH(bool, accepted);
-        QJsonArray pts;
-        for (int i = 0; i < numbers; ++i)
-            pts.append(i % 7);
-        Stroke r;
-        r.width = 3;
-        QCOMPARE(coop::strokeFromJson(QJsonObject{{"pts", pts}}, &r), accepted);
-        QCOMPARE(r.points.size(), accepted ? numbers / 2 : 0);
-        if (!accepted)
-            QCOMPARE(r.width, 3.0f); // untouched
-    }
-
-    void notAStroke_data()
-    {
-        QTest::addColumn<QJsonValue>("value");
-        QTest::newRow("missing pts") << QJsonValue(QJsonObject{{"w", 3}});
-        QTest::newRow("pts object") << QJsonValue(QJsonObject{{"pts", QJsonObject{}}});
-        QTest::newRow("pts string") << QJsonValue(QJsonObject{{"pts", "1,2"}});
-        QTest::newRow("array") << QJsonValue(QJsonArray{1, 2});
-        QTest::newRow("null") << QJsonValue();
-        QTest::newRow("undefined") << QJsonValue(QJsonValue::Undefined);
-    }
-
-    void notAStroke()
-    {
-        QFETCH(QJsonValue, value);
-        Stroke r;
-        QVERIFY(!coop::strokeFromJson(value, &r));
-    }
-
-    void nonFiniteCoordinateRejects_data()
-    {
-        QTest::addColumn<double>("bad");
-        QTest::newRow("nan") << std::numeric_limits<double>::quiet_NaN();
-        QTest::newRow("+inf") << std::numeric_limits<double>::infinity();
-        QTest::newRow("-inf") << -std::numeric_limits<double>::infinity();
-    }
-
-    void nonFiniteCoordinateRejects()
-    {
-        QFETCH(double, bad);
-        Stroke r;
-        QVERIFY(!coop::strokeFromJson(QJsonObject{{"pts", QJsonArray{1, 2, 3, bad}}}, &r));
-        // A non-finite width is only defaulted.
-        QVERIFY(coop::strokeFromJson(strokeWith("w", bad), &r));
-        QCOMPARE(r.width, 8.0f);
-    }
-
-    void clamps_data()
-    {
-        QTest::addColumn<QString>("key");
-        QTest::addColumn<QJsonValue>("value");
+        QTest::addColumn<QString>("field");
         QTest::addColumn<double>("expected");
-        QTest::newRow("w 0") << "w" << QJsonValue(0) << double(0.1f);
-        QTest::newRow("w -5") << "w" << QJsonValue(-5) << double(0.1f);
-        QTest::newRow("w 5000") << "w" << QJsonValue(5000) << 1000.0;
-        QTest::newRow("w 1000") << "w" << QJsonValue(1000) << 1000.0;
-        QTest::newRow("w string") << "w" << QJsonValue("big") << 8.0;
-        QTest::newRow("st 12") << "st" << QJsonValue(12) << 9.0;
-        QTest::newRow("st -3") << "st" << QJsonValue(-3) << 0.0;
-        QTest::newRow("st 1e10") << "st" << QJsonValue(1e10) << 9.0;
-        QTest::newRow("st 4.7") << "st" << QJsonValue(4.7) << 4.0;
-        QTest::newRow("sm 5") << "sm" << QJsonValue(5) << 1.0;
-        QTest::newRow("sm -1") << "sm" << QJsonValue(-1) << 0.0;
-        QTest::newRow("sa -1") << "sa" << QJsonValue(-1) << 0.0;
-        QTest::newRow("sa 7") << "sa" << QJsonValue(7) << 3.0;
-        QTest::newRow("sa 2") << "sa" << QJsonValue(2) << 2.0;
+        auto reject = [](const char *name, const QJsonValue &v) {
+            QTest::newRow(name) << v << false << QString() << 0.0;
+        };
+        auto read = [](const char *name, const QJsonValue &v, const char *field, double e) {
+            QTest::newRow(name) << v << true << QString(field) << e;
+        };
+        reject("missing pts", QJsonObject{{"w", 3}});
+        reject("pts object", QJsonObject{{"pts", QJsonObject{}}});
+        reject("array", QJsonArray{1, 2});
+        reject("null", QJsonValue());
+        reject("no points", QJsonObject{{"pts", numbers(0)}});
+        reject("three numbers", QJsonObject{{"pts", numbers(3)}});
+        reject("200001 points", QJsonObject{{"pts", numbers(400002)}});
+        reject("nan coordinate", QJsonObject{{"pts", QJsonArray{1, 2, 3, NaN}}});
+        reject("inf coordinate", QJsonObject{{"pts", QJsonArray{1, 2, -Inf, 4}}});
+        read("200000 points", QJsonObject{{"pts", numbers(400000)}}, "points", 200000);
+        read("coordinate clamp", QJsonObject{{"pts", QJsonArray{250000, -250000}}}, "x", 100000);
+        read("non-number reads 0", QJsonObject{{"pts", QJsonArray{"x", true}}}, "x", 0);
+        read("defaults: width", with("pts", QJsonArray{4, 5}), "w", 8);
+        read("w 0", with("w", 0), "w", double(0.1f));
+        read("w 5000", with("w", 5000), "w", 1000);
+        read("w nan", with("w", NaN), "w", 8);
+        read("st 12", with("st", 12), "st", 9);
+        read("st -3", with("st", -3), "st", 0);
+        read("sm 5", with("sm", 5), "sm", 1);
+        read("sa -1", with("sa", -1), "sa", 0);
+        read("sa 7", with("sa", 7), "sa", 3);
+        read("col fraction", with("col", 255.9), "col", 0xFF);
+        read("col negative", with("col", -1), "col", 0xFFFFFFFFu);
+        read("col wraps", with("col", 4294967296.0 + 5), "col", 5);
     }
 
-    void clamps()
+    void readsStroke()
     {
-        QFETCH(QString, key);
         QFETCH(QJsonValue, value);
+        QFETCH(bool, accepted);
+        QFETCH(QString, field);
         QFETCH(double, expected);
         Stroke r;
-        QVERIFY(coop::strokeFromJson(strokeWith(key, value), &r));
-        const double got = key == "w"    ? double(r.width)
-                           : key == "st" ? r.shapeType
-                           : key == "sm" ? r.shapeMode
-                                         : r.arrowDirection;
+        r.width = 3;
+        QCOMPARE(coop::strokeFromJson(value, &r), accepted);
+        if (!accepted) {
+            QVERIFY(r.points.isEmpty() && r.width == 3.0f);
+            return;
+        }
+        const double got = field == "points" ? double(r.points.size())
+                           : field == "x"    ? r.points[0].x()
+                           : field == "col"  ? double(r.color.rgba())
+                           : field == "w"    ? double(r.width)
+                           : field == "st"   ? r.shapeType
+                           : field == "sm"   ? r.shapeMode
+                                             : r.arrowDirection;
         QCOMPARE(got, expected);
-    }
-
-    void coordinateClamps()
-    {
-        Stroke r;
-        const QJsonArray pts{250000, -250000, 99999.5, "x", true, QJsonValue()};
-        QVERIFY(coop::strokeFromJson(QJsonObject{{"pts", pts}}, &r));
-        QCOMPARE(r.points,
-                 (QVector<QPointF>{QPointF(100000, -100000), QPointF(99999.5, 0), QPointF(0, 0)}));
-    }
-
-    void colourConversion_data()
-    {
-        QTest::addColumn<QJsonValue>("col");
-        QTest::addColumn<quint32>("argb");
-        QTest::newRow("opaque red") << QJsonValue(double(0xFFFF0000u)) << 0xFFFF0000u;
-        QTest::newRow("fraction") << QJsonValue(255.9) << 0x000000FFu;
-        QTest::newRow("negative") << QJsonValue(-1) << 0xFFFFFFFFu;
-        QTest::newRow("wraps") << QJsonValue(4294967296.0 + 5) << 5u;
-        QTest::newRow("huge") << QJsonValue(1e300) << quint32(std::fmod(1e300, 4294967296.0));
-        QTest::newRow("string") << QJsonValue("red") << 0u;
-    }
-
-    void colourConversion()
-    {
-        QFETCH(QJsonValue, col);
-        QFETCH(quint32, argb);
-        Stroke r;
-        QVERIFY(coop::strokeFromJson(strokeWith("col", col), &r));
-        QCOMPARE(r.color.rgba(), argb);
+        QVERIFY(!r.eraser && !r.fill && !r.shape && !r.shapeErase);
     }
 
     void canvasPayloadRoundTrip()
@@ -351,80 +232,20 @@ private slots:
         QImage image(37, 21, QImage::Format_RGBA8888);
         image.fill(Qt::transparent);
         QPainter(&image).fillRect(3, 4, 10, 5, QColor(10, 200, 30, 128));
-        const QString text = coop::encodeCanvas(image);
+        const QString text = QString::fromLatin1(coop::encodeCanvas(image));
         QVERIFY(!text.contains('\n'));
         QVERIFY(QByteArray::fromBase64(text.toLatin1()).startsWith("\x89PNG"));
-        const QImage back = coop::decodeCanvas(text).convertToFormat(QImage::Format_RGBA8888);
-        QCOMPARE(back, image);
+        QCOMPARE(coop::decodeCanvas(text).convertToFormat(QImage::Format_RGBA8888), image);
         QVERIFY(coop::decodeCanvas(QString()).isNull());
-        QVERIFY(coop::decodeCanvas("not base64 png!").isNull());
         QVERIFY(coop::decodeCanvas(text.left(text.size() / 2)).isNull());
     }
 
-    // Random and mutated byte streams: the decoder must never crash, never
-    // deliver anything after a violation, and stop buffering at the limit.
-    void fuzzDecoder()
+    void proposedPasswordsDiffer()
     {
-        QRandomGenerator rng(20240611);
-        QList<QByteArray> seeds;
-        Stroke s;
-        s.points = {QPointF(1, 2), QPointF(3, 4)};
-        s.color = Qt::red;
-        seeds << coop::encodeFrame(QJsonObject{{"t", "stroke"}, {"stroke", coop::strokeToJson(s)}})
-              << coop::encodeFrame(QJsonObject{{"t", "hello"}, {"nick", "ann"}, {"ver", 1}})
-              << coop::encodeFrame(QJsonObject{{"t", "pong"}, {"ts", 1234567890123.0}});
-        int messages = 0, violations = 0;
-        for (int round = 0; round < 4000; ++round) {
-            QByteArray stream;
-            const int kind = rng.bounded(3);
-            if (kind == 0) {
-                stream.resize(rng.bounded(1, 300));
-                for (char &c : stream)
-                    c = char(rng.bounded(256));
-            } else {
-                for (int n = rng.bounded(1, 6); n > 0; --n)
-                    stream += seeds.at(rng.bounded(seeds.size()));
-                for (int m = rng.bounded(kind == 1 ? 1 : 8); m > 0; --m) {
-                    const int at = rng.bounded(stream.size());
-                    switch (rng.bounded(3)) {
-                    case 0:
-                        stream[at] = char(rng.bounded(256));
-                        break;
-                    case 1:
-                        stream.remove(at, 1);
-                        break;
-                    default:
-                        stream.insert(at, char(rng.bounded(256)));
-                        break;
-                    }
-                }
-            }
-            FrameDecoder decoder;
-            bool failed = false;
-            qsizetype pos = 0;
-            while (pos < stream.size()) {
-                const int chunk = rng.bounded(1, 64);
-                decoder.append(stream.mid(pos, chunk));
-                pos += chunk;
-                QJsonObject message;
-                Result r;
-                while ((r = decoder.next(&message)) == Result::Message) {
-                    QVERIFY(!failed);
-                    ++messages;
-                    Stroke out;
-                    coop::strokeFromJson(message.value("stroke"), &out);
-                }
-                if (r != Result::NeedMore) {
-                    failed = true;
-                    ++violations;
-                    QCOMPARE(decoder.bufferedBytes(), 0);
-                    break;
-                }
-                QVERIFY(decoder.bufferedBytes() <= qsizetype(coop::MaxFramePayload) + 4);
-            }
-        }
-        QVERIFY(messages > 1000);
-        QVERIFY(violations > 1000);
+        const QString first = coop::randomPassword();
+        QVERIFY(QRegularExpression("^[a-z2-9]{10}$").match(first).hasMatch());
+        QVERIFY(first != coop::randomPassword());
+        QVERIFY(coop::randomBytes(16) != coop::randomBytes(16));
     }
 };
 

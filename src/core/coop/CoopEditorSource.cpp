@@ -13,8 +13,13 @@ CoopEditorSource::CoopEditorSource(CoopCanvas &canvas, CoopSession &session)
     connect(&session, &CoopSession::strokeReceived, this,
             [this](const Stroke &stroke) { emit remoteStroke(stroke); });
     connect(&session, &CoopSession::clearReceived, this, [this] { emit remoteClear(); });
-    connect(&session, &CoopSession::canvasStateReceived, this,
-            [this] { emit pictureReplaced(m_canvas.image()); });
+    // The shared picture adopts the host's on its own thread: take it once
+    // that is done.
+    connect(&session, &CoopSession::canvasStateReceived, this, [this] {
+        m_canvas.snapshot(this, [this](const QImage &picture) { emit pictureReplaced(picture); });
+    });
+    connect(&canvas, &CoopCanvas::pictureChanged, this,
+            [this](const QRect &bounds) { emit pictureAreaChanged(m_canvas.image(), bounds); });
     connect(&session, &CoopSession::usersChanged, this,
             [this] { emit participantsChanged(participants()); });
     connect(&session, &CoopSession::sessionEnded, this, &CoopEditorSource::onSessionOver);

@@ -1,55 +1,33 @@
+// The session's shared parts and its client side; the host side is in
+// CoopSessionHost.cpp.
 #include "coop/CoopSession.h"
 
 #include "common/Log.h"
+#include "coop/CoopPeer.h"
 #include "coop/CoopProtocol.h"
 #include "coop/StrokeJson.h"
 
-#include <QDateTime>
-#include <QHostAddress>
 #include <QJsonArray>
-#include <QPointer>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
 
-#include <algorithm>
-#include <climits>
-#include <cmath>
+namespace Key = coop::Key;
+namespace Type = coop::Type;
+namespace Code = coop::Code;
 
 namespace {
 
-constexpr int PingIntervalMs = 2000;
-// A peer that stops reading while we keep writing to it would grow our memory
-// without bound; past this much unsent data it is dropped.
-constexpr qint64 MaxPendingOutput = qint64(256) << 20;
-
 const QString KickedByHostDefault = QStringLiteral("You were kicked by the host.");
-const QString KickedByHostSorry = QStringLiteral("You were kicked by the host. Sorry!");
 const QString AlreadyActive = QStringLiteral("A co-op session is already active.");
 const QString ProtocolError = QStringLiteral("Protocol error.");
-
-QString typeOf(const QJsonObject &message)
-{
-    return message.value(QLatin1String("t")).toString();
-}
-
-QByteArray utf8(const QString &text)
-{
-    return text.toUtf8();
-}
+const QString OtherVersion =
+    QStringLiteral("The host runs another version of Pennoria: Draw co-op. Please use the same "
+                   "version on both sides.");
+const QString PasswordNeeded = QStringLiteral("This co-op session needs a password.");
+const QString RefusedByHost = QStringLiteral("The host refused the connection.");
 
 } // namespace
-
-struct CoopSession::Peer {
-    QTcpSocket *socket = nullptr;
-    int id = 0;
-    QString nick;
-    coop::FrameDecoder rx;
-    int pingMs = -1;
-    qint64 lastPingSent = 0;
-    bool joined = false;
-    bool dropQueued = false;
-};
 
 CoopSession &CoopSession::instance()
 {
@@ -58,16 +36,21 @@ CoopSession &CoopSession::instance()
 }
 
 CoopSession::CoopSession(QObject *parent)
-    : QObject(parent), m_rx(std::make_unique<coop::FrameDecoder>())
+    : QObject(parent), m_rx(std::make_unique<coop::FrameDecoder>(coop::MaxClientFramePayload))
 {
     qRegisterMetaType<Stroke>();
     qRegisterMetaType<CoopUser>();
     qRegisterMetaType<QList<CoopUser>>();
     qRegisterMetaType<CoopSession::Role>();
+    m_worker.setMaxThreadCount(1);
+    m_worker.setExpiryTimeout(30000);
+    m_clock.start();
 }
 
 CoopSession::~CoopSession()
 {
+    // Worker results are posted to this object: none may be left running.
+    m_worker.waitForDone();
     // No signals while dying: receivers may already be gone.
     for (auto &peer : m_peers) {
         if (peer->socket) {
@@ -98,6 +81,24 @@ QString CoopSession::sanitizeNickname(const QString &nickname)
     return kept.isEmpty() ? QStringLiteral("Anon") : kept;
 }
 
+void CoopSession::setCanvasProvider(CanvasProvider provider)
+{
+    if (!provider) {
+        m_canvasSnapshot = nullptr;
+        return;
+    }
+    m_canvasSnapshot = [provider](QObject *context, std::function<void(const QImage &)> done) {
+        const QImage picture = provider();
+        QMetaObject::invokeMethod(
+            context, [done, picture] { done(picture); }, Qt::QueuedConnection);
+    };
+}
+
+bool CoopSession::mayClear() const
+{
+    return m_role != Role::Client || (m_welcomed && m_mayClear);
+}
+
 void CoopSession::setRole(Role role)
 {
     if (m_role == role)
@@ -106,286 +107,16 @@ void CoopSession::setRole(Role role)
     emit roleChanged(role);
 }
 
-// ---- host ----------------------------------------------------------------
-
-bool CoopSession::host(const QString &nickname, quint16 port)
-{
-    if (m_role != Role::None) {
-        m_lastError = AlreadyActive;
-        return false;
-    }
-    auto *server = new QTcpServer(this);
-    if (!server->listen(QHostAddress::Any, port)) {
-        m_lastError =
-            QStringLiteral("Could not listen on port %1: %2").arg(port).arg(server->errorString());
-        server->deleteLater();
-        pdLog("[PD-Coop] host failed: %s", utf8(m_lastError).constData());
-        return false;
-    }
-    m_server = server;
-    connect(m_server, &QTcpServer::newConnection, this, &CoopSession::onNewConnection);
-    m_nick = sanitizeNickname(nickname);
-    m_myId = 0;
-    m_lastError.clear();
-    setRole(Role::Host);
-    m_pingTimer = new QTimer(this);
-    m_pingTimer->setInterval(PingIntervalMs);
-    connect(m_pingTimer, &QTimer::timeout, this, &CoopSession::onPingTick);
-    m_pingTimer->start();
-    rebuildUsers();
-    pdLog("[PD-Coop] hosting on port %u as '%s'", unsigned(port), utf8(m_nick).constData());
-    emit hostingStarted();
-    return true;
-}
-
-void CoopSession::onNewConnection()
-{
-    if (!m_server)
-        return;
-    while (QTcpSocket *socket = m_server->nextPendingConnection()) {
-        if (m_role != Role::Host) {
-            socket->abort();
-            socket->deleteLater();
-            continue;
-        }
-        // Frames are small and latency matters more than packet count: no
-        // Nagle delay waiting for the peer's acknowledgement.
-        socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-        auto peer = std::make_unique<Peer>();
-        peer->socket = socket;
-        peer->id = m_nextPeerId++;
-        const int id = peer->id;
-        m_peers.push_back(std::move(peer));
-        connect(socket, &QTcpSocket::readyRead, this, &CoopSession::onPeerReadyRead);
-        connect(socket, &QTcpSocket::disconnected, this, &CoopSession::onPeerDisconnected);
-        pdLog("[PD-Coop] peer connecting (id=%d) from %s", id,
-              utf8(socket->peerAddress().toString()).constData());
-    }
-}
-
-CoopSession::Peer *CoopSession::findPeer(const QTcpSocket *socket) const
-{
-    if (!socket)
-        return nullptr;
-    for (const auto &peer : m_peers)
-        if (peer->socket == socket)
-            return peer.get();
-    return nullptr;
-}
-
-void CoopSession::onPeerReadyRead()
-{
-    auto *socket = qobject_cast<QTcpSocket *>(sender());
-    Peer *peer = findPeer(socket);
-    if (!peer || m_role != Role::Host)
-        return;
-    peer->rx.append(socket->readAll());
-    readPeerFrames(socket);
-}
-
-void CoopSession::readPeerFrames(QTcpSocket *socket)
-{
-    // A message may end the session or remove this very peer, so both are
-    // looked up again before every frame.
-    while (m_role == Role::Host) {
-        Peer *peer = findPeer(socket);
-        if (!peer)
-            return;
-        QJsonObject message;
-        switch (peer->rx.next(&message)) {
-        case coop::FrameDecoder::Result::NeedMore:
-            return;
-        case coop::FrameDecoder::Result::Oversize:
-            removePeer(socket, QStringLiteral("oversize frame"), false);
-            return;
-        case coop::FrameDecoder::Result::BadJson:
-            removePeer(socket, QStringLiteral("bad json"), false);
-            return;
-        case coop::FrameDecoder::Result::Message:
-            dispatchFromPeer(peer, message);
-            break;
-        }
-    }
-}
-
-void CoopSession::dispatchFromPeer(Peer *peer, const QJsonObject &message)
-{
-    const QString type = typeOf(message);
-    QTcpSocket *socket = peer->socket;
-    if (!peer->joined) {
-        if (type != QLatin1String("hello"))
-            return;
-        peer->nick = sanitizeNickname(message.value(QLatin1String("nick")).toString());
-        peer->joined = true;
-        QJsonObject welcome{{QStringLiteral("t"), QStringLiteral("welcome")},
-                            {QStringLiteral("id"), peer->id}};
-        if (m_canvasProvider) {
-            const QImage canvas = m_canvasProvider();
-            if (!canvas.isNull())
-                welcome.insert(QStringLiteral("canvas"), coop::encodeCanvas(canvas));
-        }
-        sendTo(socket, coop::encodeFrame(welcome));
-        pdLog("[PD-Coop] peer id=%d joined as '%s'", peer->id, utf8(peer->nick).constData());
-        rebuildUsers();
-        return;
-    }
-
-    if (type == QLatin1String("stroke")) {
-        Stroke stroke;
-        if (!coop::strokeFromJson(message.value(QLatin1String("stroke")), &stroke))
-            return;
-        const QString from = peer->nick;
-        emit strokeReceived(stroke, from);
-        if (m_role != Role::Host)
-            return;
-        QJsonObject relayed = message;
-        relayed.insert(QStringLiteral("from"), from);
-        broadcast(relayed, socket);
-    } else if (type == QLatin1String("clear")) {
-        const QString from = peer->nick;
-        emit clearReceived(from);
-        if (m_role != Role::Host)
-            return;
-        broadcast(QJsonObject{{QStringLiteral("t"), QStringLiteral("clear")},
-                              {QStringLiteral("from"), from}},
-                  socket);
-    } else if (type == QLatin1String("pong")) {
-        const double ts = message.value(QLatin1String("ts")).toDouble(0.0);
-        if (!std::isfinite(ts) || std::fabs(ts) >= 9.0e18)
-            return;
-        const qint64 echoed = qint64(ts);
-        if (peer->lastPingSent == 0 || echoed != peer->lastPingSent)
-            return;
-        const qint64 rtt = QDateTime::currentMSecsSinceEpoch() - echoed;
-        peer->pingMs = int(std::clamp<qint64>(rtt, 0, INT_MAX));
-        rebuildUsers();
-    } else if (type == QLatin1String("bye")) {
-        removePeer(socket, QStringLiteral("left"), false);
-    }
-}
-
-void CoopSession::onPeerDisconnected()
-{
-    auto *socket = qobject_cast<QTcpSocket *>(sender());
-    if (findPeer(socket))
-        removePeer(socket, QStringLiteral("disconnected"), false);
-}
-
-void CoopSession::removePeer(QTcpSocket *socket, const QString &reason, bool sendKick)
-{
-    const auto it = std::find_if(m_peers.begin(), m_peers.end(),
-                                 [socket](const auto &peer) { return peer->socket == socket; });
-    if (it == m_peers.end())
-        return;
-    if (sendKick && socket->state() == QAbstractSocket::ConnectedState) {
-        socket->write(coop::encodeFrame(QJsonObject{{QStringLiteral("t"), QStringLiteral("kick")},
-                                                    {QStringLiteral("reason"), reason}}));
-        socket->flush();
-    }
-    std::unique_ptr<Peer> record = std::move(*it);
-    m_peers.erase(it);
-    socket->disconnect(this);
-    socket->abort();
-    socket->deleteLater();
-    record.reset();
-    if (m_role == Role::Host)
-        rebuildUsers();
-}
-
-void CoopSession::kick(int id)
-{
-    if (m_role != Role::Host)
-        return;
-    for (const auto &peer : m_peers) {
-        if (peer->id == id) {
-            pdLog("[PD-Coop] kicking id=%d ('%s')", id, utf8(peer->nick).constData());
-            removePeer(peer->socket, KickedByHostSorry, true);
-            return;
-        }
-    }
-}
-
-void CoopSession::rebuildUsers()
-{
-    m_users.clear();
-    m_users.append(CoopUser{0, m_nick, 0, true, true});
-    QJsonArray list;
-    list.append(QJsonObject{{QStringLiteral("id"), 0},
-                            {QStringLiteral("nick"), m_nick},
-                            {QStringLiteral("ping"), 0},
-                            {QStringLiteral("host"), true}});
-    for (const auto &peer : m_peers) {
-        if (!peer->joined)
-            continue;
-        m_users.append(CoopUser{peer->id, peer->nick, peer->pingMs, false, false});
-        list.append(QJsonObject{{QStringLiteral("id"), peer->id},
-                                {QStringLiteral("nick"), peer->nick},
-                                {QStringLiteral("ping"), peer->pingMs},
-                                {QStringLiteral("host"), false}});
-    }
-    broadcast(QJsonObject{{QStringLiteral("t"), QStringLiteral("users")},
-                          {QStringLiteral("users"), list}});
-    emit usersChanged(m_users);
-}
-
-void CoopSession::broadcast(const QJsonObject &message, const QTcpSocket *except)
-{
-    const QByteArray frame = coop::encodeFrame(message);
-    for (const auto &peer : m_peers)
-        if (peer->socket != except)
-            sendTo(peer->socket, frame);
-}
-
-void CoopSession::sendTo(QTcpSocket *socket, const QByteArray &frame)
-{
-    if (!socket || socket->state() != QAbstractSocket::ConnectedState)
-        return;
-    socket->write(frame);
-    if (m_role != Role::Host || socket->bytesToWrite() <= MaxPendingOutput)
-        return;
-    Peer *peer = findPeer(socket);
-    if (!peer || peer->dropQueued)
-        return;
-    // Not removed here: we may be inside a loop over the peers.
-    peer->dropQueued = true;
-    QPointer<QTcpSocket> guard(socket);
-    QMetaObject::invokeMethod(
-        this,
-        [this, guard] {
-            if (guard && m_role == Role::Host && findPeer(guard))
-                removePeer(guard, QStringLiteral("stalled"), false);
-        },
-        Qt::QueuedConnection);
-}
-
-void CoopSession::onPingTick()
-{
-    if (m_role != Role::Host)
-        return;
-    const qint64 now = QDateTime::currentMSecsSinceEpoch();
-    const QByteArray frame = coop::encodeFrame(QJsonObject{
-        {QStringLiteral("t"), QStringLiteral("ping")}, {QStringLiteral("ts"), double(now)}});
-    for (const auto &peer : m_peers) {
-        if (!peer->joined || !peer->socket)
-            continue;
-        peer->lastPingSent = now;
-        sendTo(peer->socket, frame);
-    }
-}
-
-// ---- both ----------------------------------------------------------------
-
 void CoopSession::sendStroke(const Stroke &stroke)
 {
     if (m_role == Role::None)
         return;
-    QJsonObject message{{QStringLiteral("t"), QStringLiteral("stroke")},
-                        {QStringLiteral("stroke"), coop::strokeToJson(stroke)}};
+    QJsonObject message{{Key::Type, Type::Stroke}, {Key::Stroke, coop::strokeToJson(stroke)}};
     if (m_role == Role::Client) {
         sendTo(m_socket, coop::encodeFrame(message));
     } else {
-        message.insert(QStringLiteral("from"), m_nick);
-        broadcast(message);
+        message.insert(Key::From, m_nick);
+        broadcast(coop::encodeFrame(message));
     }
 }
 
@@ -393,13 +124,19 @@ void CoopSession::sendClear()
 {
     if (m_role == Role::None)
         return;
-    QJsonObject message{{QStringLiteral("t"), QStringLiteral("clear")}};
+    QJsonObject message{{Key::Type, Type::Clear}};
     if (m_role == Role::Client) {
         sendTo(m_socket, coop::encodeFrame(message));
     } else {
-        message.insert(QStringLiteral("from"), m_nick);
-        broadcast(message);
+        message.insert(Key::From, m_nick);
+        broadcast(coop::encodeFrame(message));
     }
+}
+
+void CoopSession::sendTo(QTcpSocket *socket, const QByteArray &frame)
+{
+    if (socket && socket->state() == QAbstractSocket::ConnectedState)
+        socket->write(frame);
 }
 
 void CoopSession::stop()
@@ -413,10 +150,13 @@ void CoopSession::stop()
 void CoopSession::teardown(const char *reason, bool announce)
 {
     Q_UNUSED(reason);
-    if (m_pingTimer) {
-        m_pingTimer->stop();
-        m_pingTimer->deleteLater();
-        m_pingTimer = nullptr;
+    ++m_generation;
+    for (QTimer **timer : {&m_pingTimer, &m_housekeeping, &m_usersTimer}) {
+        if (*timer) {
+            (*timer)->stop();
+            (*timer)->deleteLater();
+            *timer = nullptr;
+        }
     }
     std::vector<std::unique_ptr<Peer>> peers = std::move(m_peers);
     m_peers.clear();
@@ -433,6 +173,17 @@ void CoopSession::teardown(const char *reason, bool announce)
         m_server = nullptr;
     }
     m_nextPeerId = 1;
+    m_key.clear();
+    m_salt.clear();
+    m_options = CoopHostOptions();
+    m_busyPeers.clear();
+    m_banned.clear();
+    m_addresses.clear();
+    m_welcomeWaiters.clear();
+    m_welcomeBusy = false;
+    m_welcomeKey = 0;
+    m_welcomeCanvas.clear();
+    m_pingsChanged = false;
     if (m_socket) {
         m_socket->disconnect(this);
         m_socket->abort();
@@ -441,6 +192,8 @@ void CoopSession::teardown(const char *reason, bool announce)
     }
     m_rx->clear();
     m_welcomed = false;
+    m_mayClear = true;
+    m_password.clear();
     m_myId = 0;
     m_users.clear();
     const Role oldRole = m_role;
@@ -452,13 +205,15 @@ void CoopSession::teardown(const char *reason, bool announce)
 
 // ---- client --------------------------------------------------------------
 
-void CoopSession::join(const QString &address, const QString &nickname, quint16 port)
+void CoopSession::join(const QString &address, const QString &nickname, quint16 port,
+                       const QString &password)
 {
     if (m_role != Role::None) {
         emit connectionError(AlreadyActive);
         return;
     }
     m_nick = sanitizeNickname(nickname);
+    m_password = password;
     m_welcomed = false;
     m_rx->clear();
     m_lastError.clear();
@@ -468,8 +223,8 @@ void CoopSession::join(const QString &address, const QString &nickname, quint16 
     connect(m_socket, &QTcpSocket::disconnected, this, &CoopSession::onClientDisconnected);
     connect(m_socket, &QTcpSocket::errorOccurred, this, &CoopSession::onClientErrorOccurred);
     setRole(Role::Client);
-    pdLog("[PD-Coop] joining %s:%u as '%s'", utf8(address).constData(), unsigned(port),
-          utf8(m_nick).constData());
+    pdLog("[PD-Coop] joining %s:%u as '%s'", address.toUtf8().constData(), unsigned(port),
+          m_nick.toUtf8().constData());
     m_socket->connectToHost(address, port, QIODevice::ReadWrite, QAbstractSocket::AnyIPProtocol);
 }
 
@@ -478,9 +233,9 @@ void CoopSession::onClientConnected()
     if (m_role != Role::Client || sender() != m_socket)
         return;
     m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-    sendTo(m_socket, coop::encodeFrame(QJsonObject{{QStringLiteral("t"), QStringLiteral("hello")},
-                                                   {QStringLiteral("nick"), m_nick},
-                                                   {QStringLiteral("ver"), 1}}));
+    sendTo(m_socket, coop::encodeFrame(QJsonObject{{Key::Type, Type::Hello},
+                                                   {Key::Nick, m_nick},
+                                                   {Key::Version, coop::ProtocolVersion}}));
 }
 
 void CoopSession::onClientReadyRead()
@@ -508,13 +263,62 @@ void CoopSession::onClientReadyRead()
     }
 }
 
+void CoopSession::endClient(const char *reason, const QString &error)
+{
+    pdLog("[PD-Coop] join error: %s", error.toUtf8().constData());
+    teardown(reason, false);
+    emit connectionError(error);
+}
+
+void CoopSession::onChallenge(const QJsonObject &message)
+{
+    const QByteArray salt = QByteArray::fromBase64(message.value(Key::Salt).toString().toLatin1());
+    const QByteArray hostNonce =
+        QByteArray::fromBase64(message.value(Key::Nonce).toString().toLatin1());
+    const int iterations = message.value(Key::Iterations).toInt(0);
+    if (salt.size() < 8 || salt.size() > 64 || hostNonce.size() < 8 || hostNonce.size() > 64 ||
+        iterations < 1 || iterations > coop::MaxKeyIterations) {
+        endClient("bad challenge", ProtocolError);
+        return;
+    }
+    // Key stretching takes tens of milliseconds: not on this thread.
+    const QString password = m_password;
+    const quint64 generation = m_generation;
+    m_worker.start([this, password, salt, hostNonce, iterations, generation] {
+        const QByteArray key = coop::deriveKey(password, salt, iterations);
+        const QByteArray clientNonce = coop::randomBytes(coop::NonceBytes);
+        const QByteArray proof = coop::passwordProof(key, hostNonce, clientNonce);
+        QMetaObject::invokeMethod(
+            this,
+            [this, clientNonce, proof, generation] {
+                if (generation != m_generation || m_role != Role::Client || m_welcomed)
+                    return;
+                sendTo(m_socket, coop::encodeFrame(QJsonObject{
+                                     {Key::Type, Type::Auth},
+                                     {Key::Nonce, QString::fromLatin1(clientNonce.toBase64())},
+                                     {Key::Proof, QString::fromLatin1(proof.toBase64())}}));
+            },
+            Qt::QueuedConnection);
+    });
+}
+
 void CoopSession::dispatchFromHost(const QJsonObject &message)
 {
-    const QString type = typeOf(message);
-    if (type == QLatin1String("welcome")) {
-        m_myId = message.value(QLatin1String("id")).toInt(0);
+    const QString type = message.value(Key::Type).toString();
+    if (type == Type::Challenge) {
+        if (!m_welcomed)
+            onChallenge(message);
+    } else if (type == Type::Welcome) {
+        if (m_welcomed)
+            return;
+        if (message.value(Key::Version).toInt(0) != coop::ProtocolVersion) {
+            endClient("other version", OtherVersion);
+            return;
+        }
+        m_myId = message.value(Key::Id).toInt(0);
+        m_mayClear = message.value(Key::MayClear).toBool(false);
         m_welcomed = true;
-        const QJsonValue canvas = message.value(QLatin1String("canvas"));
+        const QJsonValue canvas = message.value(Key::Canvas);
         if (canvas.isString()) {
             const QImage image = coop::decodeCanvas(canvas.toString());
             if (!image.isNull())
@@ -524,34 +328,42 @@ void CoopSession::dispatchFromHost(const QJsonObject &message)
             return;
         pdLog("[PD-Coop] welcomed by host (my id=%d)", m_myId);
         emit connectedToHost();
-    } else if (type == QLatin1String("users")) {
+    } else if (type == Type::Users) {
         QList<CoopUser> users;
-        for (const QJsonValue &entry : message.value(QLatin1String("users")).toArray()) {
+        for (const QJsonValue &entry : message.value(Key::Users).toArray()) {
             const QJsonObject o = entry.toObject();
             CoopUser user;
-            user.id = o.value(QLatin1String("id")).toInt(0);
-            user.nick = o.value(QLatin1String("nick")).toString();
-            user.pingMs = o.value(QLatin1String("ping")).toInt(-1);
-            user.isHost = o.value(QLatin1String("host")).toBool(false);
+            user.id = o.value(Key::Id).toInt(0);
+            user.nick = o.value(Key::Nick).toString();
+            user.pingMs = o.value(Key::Ping).toInt(-1);
+            user.isHost = o.value(Key::Host).toBool(false);
             user.isSelf = m_welcomed && user.id == m_myId;
             users.append(user);
         }
         m_users = users;
         emit usersChanged(m_users);
-    } else if (type == QLatin1String("stroke")) {
+    } else if (type == Type::Stroke) {
         Stroke stroke;
-        if (coop::strokeFromJson(message.value(QLatin1String("stroke")), &stroke))
-            emit strokeReceived(stroke, message.value(QLatin1String("from")).toString());
-    } else if (type == QLatin1String("clear")) {
-        emit clearReceived(message.value(QLatin1String("from")).toString());
-    } else if (type == QLatin1String("ping")) {
-        QJsonObject pong{{QStringLiteral("t"), QStringLiteral("pong")}};
-        pong.insert(QStringLiteral("ts"), message.value(QLatin1String("ts")));
-        sendTo(m_socket, coop::encodeFrame(pong));
-    } else if (type == QLatin1String("kick")) {
-        const QJsonValue value = message.value(QLatin1String("reason"));
+        if (coop::strokeFromJson(message.value(Key::Stroke), &stroke))
+            emit strokeReceived(stroke, message.value(Key::From).toString());
+    } else if (type == Type::Clear) {
+        emit clearReceived(message.value(Key::From).toString());
+    } else if (type == Type::Ping) {
+        sendTo(m_socket,
+               coop::encodeFrame(QJsonObject{{Key::Type, Type::Pong},
+                                             {Key::Timestamp, message.value(Key::Timestamp)}}));
+    } else if (type == Type::Kick) {
+        const QJsonValue value = message.value(Key::Reason);
+        if (!m_welcomed) {
+            // Refused at the door: wrong password, other version, full, ...
+            QString text = value.isString() ? value.toString() : RefusedByHost;
+            if (message.value(Key::Code).toString() == Code::Password && m_password.isEmpty())
+                text = PasswordNeeded;
+            endClient("refused", text);
+            return;
+        }
         const QString reason = value.isString() ? value.toString() : KickedByHostDefault;
-        pdLog("[PD-Coop] kicked: %s", utf8(reason).constData());
+        pdLog("[PD-Coop] kicked: %s", reason.toUtf8().constData());
         teardown("kicked", true);
         emit kicked(reason);
     }
@@ -563,7 +375,7 @@ void CoopSession::onClientErrorOccurred(QAbstractSocket::SocketError)
     if (m_role != Role::Client || !socket || socket != m_socket)
         return;
     const QString text = socket->errorString();
-    pdLog("[PD-Coop] join error: %s", utf8(text).constData());
+    pdLog("[PD-Coop] join error: %s", text.toUtf8().constData());
     if (m_welcomed)
         return;
     teardown("connect failed", false);

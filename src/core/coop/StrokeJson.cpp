@@ -94,4 +94,19 @@ bool strokeFromJson(const QJsonValue &value, Stroke *out)
     return true;
 }
 
+double paintCost(const Stroke &stroke, double pictureArea)
+{
+    if (stroke.points.isEmpty())
+        return 0.0;
+    if (stroke.fill || (stroke.shape && stroke.points.size() >= 2))
+        return pictureArea;
+    const double width = std::max(double(stroke.width), 1.0);
+    double length = 0.0;
+    for (qsizetype i = 1; i < stroke.points.size(); ++i) {
+        const QPointF d = stroke.points[i] - stroke.points[i - 1];
+        length += std::hypot(d.x(), d.y());
+    }
+    return (length + width) * width;
+}
+
 } // namespace coop

@@ -22,4 +22,10 @@ QJsonObject strokeToJson(const Stroke &stroke);
 // Everything else is defaulted or clamped.
 bool strokeFromJson(const QJsonValue &value, Stroke *out);
 
+// Roughly how many pixels painting the stroke costs, for budgets: a brush its
+// path's length plus one width, times the width (off-picture parts are not
+// free: the path is still stroked); a fill or a shape may cover the whole
+// picture of pictureArea pixels.
+double paintCost(const Stroke &stroke, double pictureArea);
+
 } // namespace coop

@@ -3,6 +3,7 @@
 #include "engine/Stroke.h"
 
 #include <QImage>
+#include <QRect>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -37,7 +38,11 @@ public:
     virtual void kick(int id) = 0;
 
 signals:
+    // Another participant's stroke; the shared picture shows it once
+    // pictureAreaChanged covers its bounds.
     void remoteStroke(const Stroke &stroke);
+    // The shared picture (painted off the UI thread) changed inside bounds.
+    void pictureAreaChanged(const QImage &picture, const QRect &bounds);
     void remoteClear();
     // The whole picture was replaced (a joiner adopting the host's).
     void pictureReplaced(const QImage &picture);

@@ -1,5 +1,6 @@
 #include "dock/CoopDialogs.h"
 
+#include <QCheckBox>
 #include <QDialogButtonBox>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -37,6 +38,16 @@ CoopModeDialog::CoopModeDialog(QWidget *parent, const QString &nickname) : QDial
     m_nicknameEdit->setPlaceholderText(QStringLiteral("Your name"));
     layout->addWidget(m_nicknameEdit);
 
+    layout->addWidget(new QLabel(QStringLiteral("Session password (when hosting):"), this));
+    m_passwordEdit = new QLineEdit(coop::randomPassword(), this);
+    m_passwordEdit->setObjectName(QStringLiteral("hostPasswordEdit"));
+    m_passwordEdit->setPlaceholderText(QStringLiteral("None: anyone may join"));
+    m_passwordEdit->setMaxLength(64);
+    layout->addWidget(m_passwordEdit);
+    m_guestsMayClearBox = new QCheckBox(QStringLiteral("Guests may clear the canvas"), this);
+    m_guestsMayClearBox->setObjectName(QStringLiteral("guestsMayClearBox"));
+    layout->addWidget(m_guestsMayClearBox);
+
     auto *row = new QHBoxLayout;
     auto *hostButton = new QPushButton(QStringLiteral("Host"), this);
     auto *joinButton = new QPushButton(QStringLiteral("Join"), this);
@@ -64,6 +75,16 @@ QString CoopModeDialog::nickname() const
     return trimmed.isEmpty() ? QStringLiteral("Anon") : trimmed;
 }
 
+QString CoopModeDialog::password() const
+{
+    return m_passwordEdit->text();
+}
+
+bool CoopModeDialog::guestsMayClear() const
+{
+    return m_guestsMayClearBox->isChecked();
+}
+
 JoinDialog::JoinDialog(QWidget *parent, const QString &address) : QDialog(parent)
 {
     setWindowTitle(QStringLiteral("Join Co-op Session"));
@@ -79,6 +100,13 @@ JoinDialog::JoinDialog(QWidget *parent, const QString &address) : QDialog(parent
     m_addressEdit->setPlaceholderText(QStringLiteral("e.g. 203.0.113.7"));
     layout->addWidget(m_addressEdit);
     layout->addWidget(hintLabel(QStringLiteral("Connects on port %1.").arg(CoopPort), this));
+    layout->addWidget(new QLabel(QStringLiteral("Session password:"), this));
+    m_passwordEdit = new QLineEdit(this);
+    m_passwordEdit->setObjectName(QStringLiteral("joinPasswordEdit"));
+    m_passwordEdit->setEchoMode(QLineEdit::Password);
+    m_passwordEdit->setPlaceholderText(QStringLiteral("Ask the host; empty if there is none"));
+    m_passwordEdit->setMaxLength(64);
+    layout->addWidget(m_passwordEdit);
 
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
     buttons->button(QDialogButtonBox::Ok)->setText(QStringLiteral("Join"));
@@ -90,4 +118,9 @@ JoinDialog::JoinDialog(QWidget *parent, const QString &address) : QDialog(parent
 QString JoinDialog::address() const
 {
     return m_addressEdit->text().trimmed();
+}
+
+QString JoinDialog::password() const
+{
+    return m_passwordEdit->text();
 }

@@ -4,12 +4,14 @@
 
 #include <QDialog>
 
+class QCheckBox;
 class QLineEdit;
 
 // The co-op port, fixed for hosting and joining alike.
-constexpr quint16 CoopPort = coop::DefaultPort;
+inline constexpr quint16 CoopPort = coop::DefaultPort;
 
-// Host or join, and under which nickname.
+// Host or join, under which nickname, and for a host the session's password
+// and whether guests may clear the picture.
 class CoopModeDialog : public QDialog {
     Q_OBJECT
 
@@ -21,13 +23,18 @@ public:
     Choice choice() const { return m_choice; }
     // The nickname without surrounding white space; "Anon" when blank.
     QString nickname() const;
+    // Proposed at random; empty when the host cleared it for an open session.
+    QString password() const;
+    bool guestsMayClear() const;
 
 private:
     QLineEdit *m_nicknameEdit = nullptr;
+    QLineEdit *m_passwordEdit = nullptr;
+    QCheckBox *m_guestsMayClearBox = nullptr;
     Choice m_choice = Choice::None;
 };
 
-// Asks a joiner for the host's address.
+// Asks a joiner for the host's address and the session's password.
 class JoinDialog : public QDialog {
     Q_OBJECT
 
@@ -36,7 +43,9 @@ public:
 
     // The address without surrounding white space; not checked further.
     QString address() const;
+    QString password() const;
 
 private:
     QLineEdit *m_addressEdit = nullptr;
+    QLineEdit *m_passwordEdit = nullptr;
 };

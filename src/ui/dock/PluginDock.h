@@ -10,6 +10,7 @@
 
 #include <memory>
 
+class CoopModeDialog;
 class DrawingWindow;
 class HotkeyCanvas;
 class QPushButton;
@@ -56,7 +57,7 @@ private:
     void openCoopEditor();
     void runInEditor(DrawingWindow *window, SourceAction action);
     void dropHotkeyCanvas(const QString &uuid);
-    void startHosting(const QString &nickname);
+    void startHosting(const CoopModeDialog &choices);
     void askToJoin(const QString &nickname);
 
     QPushButton *m_drawButton = nullptr;

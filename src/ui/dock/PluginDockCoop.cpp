@@ -88,30 +88,40 @@ void PluginDock::onCoopButtonClicked()
 
     auto *dialog = new CoopModeDialog(mainWindow, coopSettings().value(NicknameKey).toString());
     const bool accepted = dialog->exec() == QDialog::Accepted;
-    const CoopModeDialog::Choice choice = dialog->choice();
-    const QString nickname = dialog->nickname();
-    dialog->deleteLater();
-    if (!self || !accepted || choice == CoopModeDialog::Choice::None)
+    if (!self || !accepted || dialog->choice() == CoopModeDialog::Choice::None) {
+        dialog->deleteLater();
         return;
-    coopSettings().setValue(NicknameKey, nickname);
-    if (choice == CoopModeDialog::Choice::Host)
-        startHosting(nickname);
+    }
+    coopSettings().setValue(NicknameKey, dialog->nickname());
+    if (dialog->choice() == CoopModeDialog::Choice::Host)
+        startHosting(*dialog);
     else
-        askToJoin(nickname);
+        askToJoin(dialog->nickname());
+    dialog->deleteLater();
 }
 
-void PluginDock::startHosting(const QString &nickname)
+void PluginDock::startHosting(const CoopModeDialog &choices)
 {
     CoopSession &session = CoopSession::instance();
     QWidget *mainWindow = m_host->mainWindow();
-    if (session.host(nickname, m_host->coopPort())) {
-        QMessageBox::information(
-            mainWindow, CoopTitle,
+    CoopHostOptions options;
+    options.password = choices.password();
+    options.guestsMayClear = choices.guestsMayClear();
+    if (session.host(choices.nickname(), m_host->coopPort(), options)) {
+        QMessageBox box(
+            QMessageBox::Information, CoopTitle,
             QStringLiteral("Now hosting a Pennoria: Draw Co-op server on port %1!\n\n"
                            "Please give your friends your public IP address so they can join.\n\n"
                            "If you have not port forwarded port %1 already, please do so now, "
                            "then stop and re-start the server.")
-                .arg(m_host->coopPort()));
+                .arg(m_host->coopPort()),
+            QMessageBox::Ok, mainWindow);
+        box.setInformativeText(
+            options.password.isEmpty()
+                ? QStringLiteral("Open session: anyone who knows your address can join.")
+                : QStringLiteral("Session password: %1\nYour friends need it to join.")
+                      .arg(options.password));
+        box.exec();
     } else {
         QMessageBox::warning(mainWindow, CoopTitle,
                              QStringLiteral("Could not start hosting:\n") + session.lastError());
@@ -125,12 +135,13 @@ void PluginDock::askToJoin(const QString &nickname)
         new JoinDialog(m_host->mainWindow(), coopSettings().value(LastJoinIpKey).toString());
     const bool accepted = dialog->exec() == QDialog::Accepted;
     const QString address = dialog->address();
+    const QString password = dialog->password();
     dialog->deleteLater();
     if (!accepted)
         return;
     coopSettings().setValue(LastJoinIpKey, address);
     if (self && !address.isEmpty())
-        CoopSession::instance().join(address, nickname, m_host->coopPort());
+        CoopSession::instance().join(address, nickname, m_host->coopPort(), password);
 }
 
 void PluginDock::onConnectionError(const QString &message)

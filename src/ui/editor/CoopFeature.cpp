@@ -9,6 +9,7 @@
 #include "widgets/Icons.h"
 #include "widgets/TintedIcon.h"
 
+#include <QPainter>
 #include <QToolButton>
 
 CoopFeature::CoopFeature(const EditorContext &context, CoopFacet *coop, QToolButton *usersButton)
@@ -35,6 +36,7 @@ CoopFeature::CoopFeature(const EditorContext &context, CoopFacet *coop, QToolBut
 
     connect(canvas, &CanvasWidget::coopStrokeSegment, coop, &CoopFacet::shareSegment);
     connect(coop, &CoopFacet::remoteStroke, this, &CoopFeature::onRemoteStroke);
+    connect(coop, &CoopFacet::pictureAreaChanged, this, &CoopFeature::onPictureAreaChanged);
     connect(coop, &CoopFacet::remoteClear, canvas, &CanvasWidget::clear);
     connect(coop, &CoopFacet::pictureReplaced, canvas,
             [canvas](const QImage &picture) { canvas->setStrokesAndImage({}, picture); });
@@ -45,12 +47,28 @@ void CoopFeature::applySettings(const EditorSettings &)
     m_context.canvas->setFillTolerance(m_coop->fillTolerance());
 }
 
+// Other participants' strokes are painted off the UI thread into the shared
+// picture; the editor copies the area they cover once it is there.
 void CoopFeature::onRemoteStroke(const Stroke &stroke)
 {
+    const CanvasDocument *document = m_context.canvas->document();
+    m_remoteArea |= strokeBounds(stroke, QSize(document->width(), document->height()));
+}
+
+void CoopFeature::onPictureAreaChanged(const QImage &picture, const QRect &bounds)
+{
     CanvasDocument *document = m_context.canvas->document();
-    paintStroke(document->activeImage(), stroke, m_coop->fillTolerance());
-    // Only the stroke's own area is composed again.
-    document->markPainted(strokeBounds(stroke, QSize(document->width(), document->height())));
+    const QRect area = bounds & m_remoteArea & picture.rect();
+    if (area.isEmpty())
+        return;
+    if (bounds.contains(m_remoteArea))
+        m_remoteArea = QRect();
+    QPainter painter(&document->activeImage());
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.drawImage(area.topLeft(), picture, area);
+    painter.end();
+    // Only that area is composed again.
+    document->markPainted(area);
     m_context.canvas->update();
 }
 

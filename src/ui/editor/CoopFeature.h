@@ -4,6 +4,8 @@
 
 #include "engine/Stroke.h"
 
+#include <QRect>
+
 class CoopFacet;
 class CoopUsersPopup;
 class QToolButton;
@@ -25,6 +27,7 @@ public slots:
 
 private:
     void onRemoteStroke(const Stroke &stroke);
+    void onPictureAreaChanged(const QImage &picture, const QRect &bounds);
     void showUsers();
     // Right edge on the button's right edge, just below it.
     void placeUsers();
@@ -32,4 +35,6 @@ private:
     CoopFacet *m_coop;
     QToolButton *m_usersButton;
     CoopUsersPopup *m_users;
+    // Where other participants' strokes still wait for the shared picture.
+    QRect m_remoteArea;
 };
