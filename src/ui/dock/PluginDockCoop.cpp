@@ -1,26 +1,21 @@
 // The dock's co-op button: its states and the host, join and leave dialogs.
 #include "dock/PluginDock.h"
 
+#include "coop/CoopPort.h"
 #include "coop/CoopSession.h"
 #include "dock/CoopDialogs.h"
+#include "dock/CoopMessages.h"
 #include "dock/SetupDialog.h"
+#include "settings/CoopSettings.h"
 #include "widgets/Icons.h"
 #include "widgets/TintedIcon.h"
 
 #include <QMessageBox>
 #include <QPushButton>
-#include <QSettings>
 
 namespace {
 
-const QString CoopTitle = QStringLiteral("Pennoria: Draw Co-op");
-const QString NicknameKey = QStringLiteral("nickname");
-const QString LastJoinIpKey = QStringLiteral("lastJoinIp");
-
-QSettings coopSettings()
-{
-    return QSettings(QStringLiteral("PennoriaDraw"), QStringLiteral("Coop"));
-}
+const QString CoopTitle = CoopMessages::title();
 
 } // namespace
 
@@ -61,13 +56,7 @@ void PluginDock::onCoopButtonClicked()
     CoopSession &session = CoopSession::instance();
     QWidget *mainWindow = m_host->mainWindow();
     if (session.role() != CoopSession::Role::None) {
-        const QString question =
-            session.role() == CoopSession::Role::Host
-                ? QStringLiteral(
-                      "Stop hosting the co-op session?\nAll joiners will be disconnected.")
-                : QStringLiteral("Leave the co-op session?");
-        if (QMessageBox::question(mainWindow, CoopTitle, question,
-                                  QMessageBox::Yes | QMessageBox::No) == QMessageBox::Yes)
+        if (CoopMessages::confirmEnd(mainWindow, session.role() == CoopSession::Role::Host))
             session.stop();
         return;
     }
@@ -84,14 +73,14 @@ void PluginDock::onCoopButtonClicked()
         m_host->createSourceOnTop(CoopCanvasTypeId, name);
     }
 
-    auto *dialog = new CoopModeDialog(mainWindow, coopSettings().value(NicknameKey).toString());
+    auto *dialog = new CoopModeDialog(mainWindow, CoopSettings::nickname());
     const bool accepted = dialog->exec() == QDialog::Accepted;
     const CoopModeDialog::Choice choice = dialog->choice();
     const QString nickname = dialog->nickname();
     dialog->deleteLater();
     if (!self || !accepted || choice == CoopModeDialog::Choice::None)
         return;
-    coopSettings().setValue(NicknameKey, nickname);
+    CoopSettings::setNickname(nickname);
     if (choice == CoopModeDialog::Choice::Host)
         startHosting(nickname);
     else
@@ -102,7 +91,7 @@ void PluginDock::startHosting(const QString &nickname)
 {
     CoopSession &session = CoopSession::instance();
     QWidget *mainWindow = m_host->mainWindow();
-    if (session.host(nickname, CoopPort)) {
+    if (session.host(nickname, coop::coopPort())) {
         QMessageBox::information(
             mainWindow, CoopTitle,
             QStringLiteral("Now hosting a Pennoria: Draw Co-op server on port %1!\n\n"
@@ -119,31 +108,25 @@ void PluginDock::startHosting(const QString &nickname)
 void PluginDock::askToJoin(const QString &nickname)
 {
     QPointer<PluginDock> self(this);
-    auto *dialog =
-        new JoinDialog(m_host->mainWindow(), coopSettings().value(LastJoinIpKey).toString());
+    auto *dialog = new JoinDialog(m_host->mainWindow(), CoopSettings::lastJoinIp());
     const bool accepted = dialog->exec() == QDialog::Accepted;
     const QString address = dialog->address();
     dialog->deleteLater();
     if (!accepted)
         return;
-    coopSettings().setValue(LastJoinIpKey, address);
+    CoopSettings::setLastJoinIp(address);
     if (self && !address.isEmpty())
-        CoopSession::instance().join(address, nickname, CoopPort);
+        CoopSession::instance().join(address, nickname, coop::coopPort());
 }
 
 void PluginDock::onConnectionError(const QString &message)
 {
     updateCoopButton();
-    // Shown once the session has finished emitting, not inside its handler.
-    QMetaObject::invokeMethod(
-        this, [this, message] { QMessageBox::warning(m_host->mainWindow(), CoopTitle, message); },
-        Qt::QueuedConnection);
+    CoopMessages::showFailure(m_host->mainWindow(), message);
 }
 
 void PluginDock::onKicked(const QString &reason)
 {
     updateCoopButton();
-    QMetaObject::invokeMethod(
-        this, [this, reason] { QMessageBox::information(m_host->mainWindow(), CoopTitle, reason); },
-        Qt::QueuedConnection);
+    CoopMessages::showKick(m_host->mainWindow(), reason);
 }
