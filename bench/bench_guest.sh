@@ -30,7 +30,7 @@ for _ in $(seq 1 50); do [ -s "$WORK/display" ] && break; sleep 0.1; done
 export DISPLAY=":$(head -n 1 "$WORK/display")"
 
 now_ms() { echo $(($(date +%s%N) / 1000000)); }
-window_of() { xdotool search --onlyvisible --pid "$1" --name "$2" 2>/dev/null | tail -n 1 || true; }
+window_of() { xdotool search --all --onlyvisible --pid "$1" --name "$2" 2>/dev/null | tail -n 1 || true; }
 # User and system CPU time of a process so far, in ms (the machine's load does
 # not stretch it the way it stretches wall time).
 cpu_ms() { awk -v hz="$(getconf CLK_TCK)" '{print int(($14 + $15) * 1000 / hz)}' "/proc/$1/stat"; }
