@@ -129,7 +129,7 @@ editor_colour() { # CONFIG_HOME '#rrggbb': the brush colour the editor starts wi
 PORT=$(free_port)
 export PD_COOP_PORT="$PORT"
 PASSWORDS=0
-has_text "$GUEST" "Wrong password." && PASSWORDS=1
+has_text "$GUEST" "This co-op session needs a password." && PASSWORDS=1
 VERSIONS=0
 has_text "$GUEST" "another version" && VERSIONS=1
 

@@ -6,6 +6,7 @@
 
 #include "LogCapture.h"
 #include "canvas/CanvasWidget.h"
+#include "engine/CanvasDocument.h"
 #include "coop/CoopProtocol.h"
 #include "coop/CoopSession.h"
 #include "editor/DrawingWindow.h"
@@ -234,13 +235,16 @@ private slots:
         QVERIFY(widget<QPushButton>("joinButton")->isEnabled());
     }
 
-    // Fault: the guest's strokes do not reach the host, closing the editor
-    // leaves the guest connected (the host still lists it), or answering No
-    // leaves anyway.
+    // Fault: the guest draws at its own size instead of the host's, its
+    // strokes do not reach the host, closing the editor leaves the guest
+    // connected (the host still lists it), or answering No leaves anyway.
     void drawingAndLeaving()
     {
         const quint16 port = freePort();
         CoopSession host;
+        QImage hostPicture(1280, 720, QImage::Format_RGBA8888);
+        hostPicture.fill(Qt::transparent);
+        host.setCanvasProvider([hostPicture] { return hostPicture; });
         QVERIFY(host.host(QStringLiteral("Host"), port));
         QSignalSpy strokes(&host, &CoopSession::strokeReceived);
         m_guest->start();
@@ -251,6 +255,7 @@ private slots:
         DrawingWindow *editor = openEditor();
         auto *canvas = editor->findChild<CanvasWidget *>();
         QVERIFY(canvas);
+        QCOMPARE(canvas->document()->width(), 1280);
         QTest::mousePress(canvas, Qt::LeftButton, {}, QPoint(40, 40));
         QTest::mouseMove(canvas, QPoint(90, 60));
         QTest::mouseRelease(canvas, Qt::LeftButton, {}, QPoint(90, 60));
