@@ -6,10 +6,10 @@
 
 #include "LogCapture.h"
 #include "canvas/CanvasWidget.h"
-#include "engine/CanvasDocument.h"
 #include "coop/CoopProtocol.h"
 #include "coop/CoopSession.h"
 #include "editor/DrawingWindow.h"
+#include "engine/CanvasDocument.h"
 #include "settings/CoopSettings.h"
 
 #include <QLineEdit>
