@@ -1,27 +1,21 @@
 // The dock's co-op button: its states and the host, join and leave dialogs.
 #include "dock/PluginDock.h"
 
+#include "coop/CoopPort.h"
 #include "coop/CoopSession.h"
 #include "dock/CoopDialogs.h"
+#include "dock/CoopMessages.h"
 #include "dock/SetupDialog.h"
-#include "settings/SettingsKeys.h"
+#include "settings/CoopSettings.h"
 #include "widgets/Icons.h"
 #include "widgets/TintedIcon.h"
 
 #include <QMessageBox>
 #include <QPushButton>
-#include <QSettings>
 
 namespace {
 
-const QString CoopTitle = QStringLiteral("Pennoria: Draw Co-op");
-const QString NicknameKey = QLatin1String(SettingsKeys::Nickname);
-const QString LastJoinIpKey = QLatin1String(SettingsKeys::LastJoinIp);
-
-QSettings coopSettings()
-{
-    return openSettings(SettingsStore::Coop);
-}
+const QString CoopTitle = CoopMessages::title();
 
 } // namespace
 
@@ -63,13 +57,7 @@ void PluginDock::onCoopButtonClicked()
     CoopSession &session = CoopSession::instance();
     QWidget *mainWindow = m_host->mainWindow();
     if (session.role() != CoopSession::Role::None) {
-        const QString question =
-            session.role() == CoopSession::Role::Host
-                ? QStringLiteral(
-                      "Stop hosting the co-op session?\nAll joiners will be disconnected.")
-                : QStringLiteral("Leave the co-op session?");
-        if (QMessageBox::question(mainWindow, CoopTitle, question,
-                                  QMessageBox::Yes | QMessageBox::No) == QMessageBox::Yes)
+        if (CoopMessages::confirmEnd(mainWindow, session.role() == CoopSession::Role::Host))
             session.stop();
         return;
     }
@@ -86,13 +74,13 @@ void PluginDock::onCoopButtonClicked()
         m_host->createSourceOnTop(CoopCanvasTypeId, name);
     }
 
-    auto *dialog = new CoopModeDialog(mainWindow, coopSettings().value(NicknameKey).toString());
+    auto *dialog = new CoopModeDialog(mainWindow, CoopSettings::nickname());
     const bool accepted = dialog->exec() == QDialog::Accepted;
     if (!self || !accepted || dialog->choice() == CoopModeDialog::Choice::None) {
         dialog->deleteLater();
         return;
     }
-    coopSettings().setValue(NicknameKey, dialog->nickname());
+    CoopSettings::setNickname(dialog->nickname());
     if (dialog->choice() == CoopModeDialog::Choice::Host)
         startHosting(*dialog);
     else
@@ -131,15 +119,14 @@ void PluginDock::startHosting(const CoopModeDialog &choices)
 void PluginDock::askToJoin(const QString &nickname)
 {
     QPointer<PluginDock> self(this);
-    auto *dialog =
-        new JoinDialog(m_host->mainWindow(), coopSettings().value(LastJoinIpKey).toString());
+    auto *dialog = new JoinDialog(m_host->mainWindow(), CoopSettings::lastJoinIp());
     const bool accepted = dialog->exec() == QDialog::Accepted;
     const QString address = dialog->address();
     const QString password = dialog->password();
     dialog->deleteLater();
     if (!accepted)
         return;
-    coopSettings().setValue(LastJoinIpKey, address);
+    CoopSettings::setLastJoinIp(address);
     if (self && !address.isEmpty())
         CoopSession::instance().join(address, nickname, m_host->coopPort(), password);
 }
@@ -147,16 +134,11 @@ void PluginDock::askToJoin(const QString &nickname)
 void PluginDock::onConnectionError(const QString &message)
 {
     updateCoopButton();
-    // Shown once the session has finished emitting, not inside its handler.
-    QMetaObject::invokeMethod(
-        this, [this, message] { QMessageBox::warning(m_host->mainWindow(), CoopTitle, message); },
-        Qt::QueuedConnection);
+    CoopMessages::showFailure(m_host->mainWindow(), message);
 }
 
 void PluginDock::onKicked(const QString &reason)
 {
     updateCoopButton();
-    QMetaObject::invokeMethod(
-        this, [this, reason] { QMessageBox::information(m_host->mainWindow(), CoopTitle, reason); },
-        Qt::QueuedConnection);
+    CoopMessages::showKick(m_host->mainWindow(), reason);
 }
