@@ -70,13 +70,7 @@ void GuestApp::onJoinRequested(const QString &address, const QString &nickname,
 void GuestApp::joinSession(const HostAddress &address, const QString &nickname,
                            const QString &password)
 {
-#if __has_include("coop/CoopPeer.h") // sessions with passwords and versions
     m_session.join(address.host, nickname, address.port, password);
-#else
-    // TODO(coopsafe): sessions without passwords; drop this branch once they have them.
-    Q_UNUSED(password);
-    m_session.join(address.host, nickname, address.port);
-#endif
 }
 
 void GuestApp::onConnected()

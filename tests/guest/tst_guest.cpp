@@ -168,12 +168,10 @@ private slots:
         QTest::newRow("unreachable host") << End::Unreachable << QMessageBox::Warning << "refused";
         QTest::newRow("not a co-op host")
             << End::NotACoopHost << QMessageBox::Warning << "closed the connection";
-#if __has_include("coop/CoopPeer.h") // sessions with passwords and versions
         QTest::newRow("host of another version")
             << End::OtherVersion << QMessageBox::Warning << "another version";
         QTest::newRow("wrong password")
             << End::WrongPassword << QMessageBox::Warning << "Wrong password.";
-#endif
         QTest::newRow("kicked") << End::Kicked << QMessageBox::Information
                                 << "You were kicked by the host. Sorry!";
         QTest::newRow("host ended the session")
@@ -197,12 +195,10 @@ private slots:
                     socket->disconnectFromHost();
             });
         } else if (end == End::WrongPassword) {
-#if __has_include("coop/CoopPeer.h")
             CoopHostOptions options;
             options.password = QStringLiteral("secret");
             QVERIFY(host->host(QStringLiteral("Host"), port, options));
             widget<QLineEdit>("passwordEdit")->setText(QStringLiteral("guess"));
-#endif
         } else if (end != End::Unreachable) {
             QVERIFY(host->host(QStringLiteral("Host"), port));
         }
