@@ -3,9 +3,9 @@
 #include "FrontendApi.h"
 #include "ModuleLifetime.h"
 #include "ObsDockHost.h"
-#include "coop/CoopPort.h"
 #include "common/Log.h"
 #include "common/Version.h"
+#include "coop/CoopPort.h"
 #include "dock/DockPlacement.h"
 #include "dock/PluginDock.h"
 #include "update/UpdateChecker.h"
@@ -78,7 +78,8 @@ void obs_module_post_load(void)
     QMainWindow *mainWindow = FrontendApi::instance().mainWindow();
     if (!mainWindow)
         return;
-    g_dock = new PluginDock(std::make_unique<ObsDockHost>(coop::coopPort()), new UpdateChecker, mainWindow);
+    g_dock = new PluginDock(std::make_unique<ObsDockHost>(coop::coopPort()), new UpdateChecker,
+                            mainWindow);
     connectSourceHotkeys(g_dock);
     obs_frontend_add_dock_by_id(DockId, DockTitle, g_dock);
     obs_frontend_add_event_callback(onFrontendEvent, nullptr);

@@ -3,9 +3,9 @@
 #include "engine/Stroke.h"
 
 #include <QImage>
-#include <QRect>
 #include <QList>
 #include <QObject>
+#include <QRect>
 #include <QString>
 
 // One person in a co-op session as the editor lists them.
