@@ -308,7 +308,7 @@ void TestCanvasFiles::saveLoadAndReuse()
     QCOMPARE(entries(dir), (QStringList{"canvas.png", second[0], second[2], "canvas_layers.json"}));
     QCOMPARE(loadCanvasAtStart(dir, loaded), CanvasLoad::Layers);
     QCOMPARE(names(loaded), QStringList({"Ink", "Sky"}));
-    QCOMPARE(loaded.layerImage(0), pattern(81));
+    QCOMPARE(loaded.layerImage(0), pattern(81).convertToFormat(LayerFormat));
 }
 
 void TestCanvasFiles::firstFormatFolderLoadsAndMigrates()
@@ -329,7 +329,7 @@ void TestCanvasFiles::firstFormatFolderLoadsAndMigrates()
     QVERIFY(!doc.layerVisible(2) && doc.layerVisible(3));
     QCOMPARE(doc.layerOpacity(2), 1.0f);
     QCOMPARE(doc.layerOpacity(3), 0.0f);
-    QCOMPARE(doc.layerImage(3), pattern(3));
+    QCOMPARE(doc.layerImage(3), pattern(3).convertToFormat(LayerFormat));
 
     // The first change writes the new format; unchanged layers keep their
     // files, the changed one's old file goes.
@@ -340,8 +340,8 @@ void TestCanvasFiles::firstFormatFolderLoadsAndMigrates()
     QVERIFY(!QFileInfo::exists(dir + "/canvas_layer_0.png"));
     CanvasDocument loaded(W, H);
     QCOMPARE(loadCanvasAtStart(dir, loaded), CanvasLoad::Layers);
-    QCOMPARE(loaded.layerImage(0), pattern(50));
-    QCOMPARE(loaded.layerImage(3), pattern(3));
+    QCOMPARE(loaded.layerImage(0), pattern(50).convertToFormat(LayerFormat));
+    QCOMPARE(loaded.layerImage(3), pattern(3).convertToFormat(LayerFormat));
 }
 
 void TestCanvasFiles::damagedIndexes_data()
@@ -382,9 +382,9 @@ void TestCanvasFiles::damagedIndexes()
     QVERIFY(timer.elapsed() < 2000);
     QVERIFY(doc.layerCount() <= CanvasFiles::LayerBudget);
     if (kind == CanvasLoad::Flattened)
-        QCOMPARE(doc.layerImage(0), pattern(8));
+        QCOMPARE(doc.layerImage(0), pattern(8).convertToFormat(LayerFormat));
     else if (doc.layerCount() == 2)
-        QCOMPARE(doc.layerImage(0), filled(Qt::transparent));
+        QCOMPARE(doc.layerImage(0), filled(Qt::transparent).convertToFormat(LayerFormat));
     QVERIFY(!LogCapture::matching("[PD] Canvas load: ").isEmpty());
 }
 
@@ -456,7 +456,7 @@ void TestCanvasFiles::damagedFolderIsKeptAsideOnFirstChange()
                         .arg(QDir::toNativeSeparators(dir), QDir::toNativeSeparators(backup))));
     CanvasDocument reloaded(W, H);
     QCOMPARE(loadCanvasAtStart(dir, reloaded), CanvasLoad::Layers);
-    QCOMPARE(reloaded.layerImage(0), pattern(70));
+    QCOMPARE(reloaded.layerImage(0), pattern(70).convertToFormat(LayerFormat));
     QCOMPARE(readPng(dir + "/canvas.png"), pattern(71));
 }
 
@@ -533,7 +533,7 @@ void TestCanvasFiles::failedSaveKeepsPreviousSave()
     CanvasDocument loaded(W, H);
     QCOMPARE(loadCanvasAtStart(dir, loaded), CanvasLoad::Layers);
     QCOMPARE(loaded.layerCount(), 2);
-    QCOMPARE(loaded.layerImage(1), pattern(20));
+    QCOMPARE(loaded.layerImage(1), pattern(20).convertToFormat(LayerFormat));
 }
 
 void TestCanvasFiles::canvasKeyChoice_data()
@@ -588,7 +588,8 @@ void TestCanvasFiles::closeHandsOffToTheWriter()
     QVERIFY(CanvasSaver::waitForPendingSaves(std::chrono::seconds(10)));
     holder.join();
     QVERIFY(writeCanvasFiles(older)); // a superseded snapshot changes nothing
-    QCOMPARE(readPng(saver.directory() + "/" + indexedFiles(saver.directory())[0]), pattern(60));
+    QCOMPARE(readPng(saver.directory() + "/" + indexedFiles(saver.directory())[0]),
+             asStored(pattern(60)));
     QCOMPARE(readPng(saver.directory() + "/canvas.png"), pattern(60));
 }
 
@@ -615,7 +616,7 @@ void TestCanvasFiles::crashAtAnyPointLeavesOneCompleteSave()
         bool whole = loaded.layerCount() == 3 + k % 2;
         for (int i = 0; whole && i < loaded.layerCount(); ++i)
             whole = loaded.layerName(i) == QString::number(k) &&
-                    loaded.layerImage(i) == crashLayer(k, i);
+                    loaded.layerImage(i) == crashLayer(k, i).convertToFormat(LayerFormat);
         const QImage flat = readPng(dir + "/canvas.png");
         whole = whole && flat == filled(flat.pixelColor(0, 0), CrashSide, CrashSide);
         torn += whole ? 0 : 1;

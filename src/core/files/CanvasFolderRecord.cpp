@@ -1,5 +1,7 @@
 #include "files/CanvasFolderRecord.h"
 
+#include "engine/CanvasLayer.h"
+
 #include <QFileInfo>
 #include <QHash>
 #include <QMutex>
@@ -54,10 +56,14 @@ LayerRecord recordOf(const QImage &image, size_t hash, const QString &file)
 
 } // namespace
 
+// Hashed as a layer holds its pixels, so a picture read from a file and the
+// same picture in a document compare equal.
 size_t pixelHash(const QImage &image)
 {
-    const size_t seed = size_t(image.width()) * 31 + size_t(image.height()) * 7 + image.format();
-    return qHashBits(image.constBits(), size_t(image.sizeInBytes()), seed);
+    const QImage pixels =
+        image.format() == LayerFormat ? image : image.convertToFormat(LayerFormat);
+    const size_t seed = size_t(pixels.width()) * 31 + size_t(pixels.height()) * 7;
+    return qHashBits(pixels.constBits(), size_t(pixels.sizeInBytes()), seed);
 }
 
 SavePlan planSave(const QString &dir, const CanvasSaveSnapshot &s, quint64 diskGeneration,
