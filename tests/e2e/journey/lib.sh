@@ -160,11 +160,6 @@ shot() { # WIN NAME -> $OUT/NAME.png
   grab "$1" "$OUT/$2.png"
 }
 
-# Pixels of a screenshot within 25% of a colour: count_colour FILE '#rrggbb'
-count_colour() {
-  convert "$1" -alpha off -fuzz 25% -fill white -opaque "$2" -fill black +opaque white \
-    -format '%[fx:int(mean*w*h+0.5)]' info: | tail -n 1
-}
 at_least() { [ "$1" -ge "$2" ]; }
 at_most() { [ "$1" -le "$2" ]; }
 
@@ -299,15 +294,14 @@ set_brush_size() {
 }
 # Pixels of a colour in the OBS preview (fuzz 15%, so theme colours never count).
 preview_count() { # SHOT_NAME '#rrggbb'
-  convert "$OUT/$1.png" -alpha off -fuzz 15% -fill white -opaque "$2" -fill black +opaque white \
+  convert "$OUT/$1.png" -alpha off -fuzz 15% -fill black +opaque "$2" -fill white -opaque "$2" \
     -format '%[fx:int(mean*w*h+0.5)]' info: | tail -n 1
 }
 
-# What a window shows below its control row (from y = TOP, default 44) since
-# its screenshot BEFORE, cropped to the changed area (a pop-up):
-# shot_changes WIN BEFORE NAME [TOP]
+# What a window shows below its control row since its screenshot BEFORE,
+# cropped to the changed area (a pop-up): shot_changes WIN BEFORE NAME
 shot_changes() {
-  local top="+0+${4:-44}"
+  local top=+0+44
   sleep 0.5
   grab "$1" "$OUT/.after.png"
   local box
