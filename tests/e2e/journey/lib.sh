@@ -3,7 +3,8 @@
 # Every journey runs the root's OBS Studio on a fresh profile under its own
 # Xvfb display and drives it from outside with real input (xdotool), saving
 # screenshots to BUILD_DIR/screenshots/journey/NAME/ and checking them by pixels.
-set -euo pipefail
+set -eEuo pipefail
+trap 'echo "FAIL ${BASH_SOURCE[0]##*/}:$LINENO: $BASH_COMMAND  (journey stopped)"' ERR
 BUILD="$(cd "${1:?build dir}" && pwd)"
 SRC="$(cd "$(dirname "${BASH_SOURCE[0]}")/../../.." && pwd)"
 HERE="$SRC/tests/e2e/journey"
@@ -307,7 +308,7 @@ shot_changes() {
   local box
   box=$(convert "$2" "$OUT/.after.png" -crop "$top" -compose difference -composite \
     -threshold 1% -trim -format '%wx%h%X%Y' info:)
-  convert "$OUT/.after.png" -crop "$top" +repage -crop "$box" +repage "$OUT/$3.png"
+  convert "$OUT/.after.png" -crop "$box" +repage "$OUT/$3.png" # box: window coordinates
 }
 
 # Every text of a screenshot at least 4.5:1 against its background (WCAG AA),
@@ -318,7 +319,7 @@ readable() { # NAME [ROWS]
   python3 "$HERE/pixels.py" text-contrast "$OUT/$1.png" >"$OUT/$1.contrast.txt"
   local low rows
   low=$(sed -n 's/^min //p' "$OUT/$1.contrast.txt")
-  rows=$(grep -o '^band [0-9-]*' "$OUT/$1.contrast.txt" | sort -u | wc -l)
+  rows=$(grep -o '^band [0-9-]*' "$OUT/$1.contrast.txt" | sort -u | wc -l || true)
   check "#4 text drawn near its background colour" "$1: every text at least 4.5:1 (lowest $low)" \
     python3 -c "import sys; sys.exit(float('$low') < 4.5)"
   [ -z "${2:-}" ] || check "#4 text drawn in its background colour" \
