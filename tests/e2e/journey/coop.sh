@@ -99,9 +99,8 @@ done
 use host
 read -r _ _ ew _ < <(geometry "$EDITOR")
 click "$EDITOR" $((ew - 97)) $ROW_Y
-users=$(for w in $(xdotool search --all --onlyvisible --pid "$OBS_PID" --name '^obs$'); do
-  xwininfo -id "$w" -children | grep -q 'Parent window id: .*root window' && echo "$w"
-done | tail -n 1)
+users=$(xdotool search --all --onlyvisible --maxdepth 1 --pid "$OBS_PID" --name '' |
+  grep -vxE "$MAIN|$EDITOR|${DOCK:-0}" | tail -n 1 || true)
 [ -n "$users" ] || die "no users pop-up"
 shot "$users" 05-users-popup
 readable 05-users-popup 3 # a header and one row per user

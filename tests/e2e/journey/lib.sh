@@ -34,6 +34,7 @@ die() {
   exit 1
 }
 finish() {
+  trap - ERR
   echo "$JOURNEY: $FAILURES failed check(s); screenshots in $OUT"
   [ "$FAILURES" = 0 ]
 }
