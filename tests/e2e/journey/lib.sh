@@ -64,7 +64,6 @@ new_profile() {
 # Starts OBS on the profile $1 and waits for its main window; sets OBS_PID
 # and MAIN (the main window's id). Extra environment comes from the caller.
 start_obs() {
-  OBS_PID=
   XDG_CONFIG_HOME="$1/config" obs --disable-shutdown-check --disable-updater --multi \
     >"$1/obs-stdout.txt" 2>&1 &
   OBS_PID=$!
