@@ -94,14 +94,15 @@ for colour in "$GREEN" "$BLUE"; do
     at_most $(((a - b) * (a - b))) $(((a / 20) * (a / 20)))
 done
 
-# The users list (the Layers button of the co-op editor): a header and a row
-# per user.
+# The users list (the Layers button of the co-op editor), a pop-up window of
+# its own: a header and a row per user.
 use host
 read -r _ _ ew _ < <(geometry "$EDITOR")
-grab "$EDITOR" "$OUT/.before.png"
 click "$EDITOR" $((ew - 97)) $ROW_Y
-# The pop-up hangs 2 px under the button (which ends at y = 36).
-shot_changes "$EDITOR" "$OUT/.before.png" 05-users-popup 37
+users=$(xdotool search --all --onlyvisible --maxdepth 1 --pid "$OBS_PID" --name '' |
+  grep -vxE "$MAIN|$EDITOR|${DOCK:-0}" | tail -n 1 || true)
+[ -n "$users" ] || die "no users pop-up"
+shot "$users" 05-users-popup
 readable 05-users-popup 3 # a header and one row per user
 click "$EDITOR" $((ew - 97)) $ROW_Y
 

@@ -3,7 +3,8 @@
 # Every journey runs the root's OBS Studio on a fresh profile under its own
 # Xvfb display and drives it from outside with real input (xdotool), saving
 # screenshots to BUILD_DIR/screenshots/journey/NAME/ and checking them by pixels.
-set -euo pipefail
+set -eEuo pipefail
+trap 'echo "FAIL ${BASH_SOURCE[0]##*/}:$LINENO: $BASH_COMMAND  (journey stopped)"' ERR
 BUILD="$(cd "${1:?build dir}" && pwd)"
 SRC="$(cd "$(dirname "${BASH_SOURCE[0]}")/../../.." && pwd)"
 HERE="$SRC/tests/e2e/journey"
@@ -33,6 +34,7 @@ die() {
   exit 1
 }
 finish() {
+  trap - ERR
   echo "$JOURNEY: $FAILURES failed check(s); screenshots in $OUT"
   [ "$FAILURES" = 0 ]
 }
@@ -62,7 +64,6 @@ new_profile() {
 # Starts OBS on the profile $1 and waits for its main window; sets OBS_PID
 # and MAIN (the main window's id). Extra environment comes from the caller.
 start_obs() {
-  OBS_PID=
   XDG_CONFIG_HOME="$1/config" obs --disable-shutdown-check --disable-updater --multi \
     >"$1/obs-stdout.txt" 2>&1 &
   OBS_PID=$!
@@ -160,11 +161,6 @@ shot() { # WIN NAME -> $OUT/NAME.png
   grab "$1" "$OUT/$2.png"
 }
 
-# Pixels of a screenshot within 25% of a colour: count_colour FILE '#rrggbb'
-count_colour() {
-  convert "$1" -alpha off -fuzz 25% -fill white -opaque "$2" -fill black +opaque white \
-    -format '%[fx:int(mean*w*h+0.5)]' info: | tail -n 1
-}
 at_least() { [ "$1" -ge "$2" ]; }
 at_most() { [ "$1" -le "$2" ]; }
 
@@ -299,21 +295,20 @@ set_brush_size() {
 }
 # Pixels of a colour in the OBS preview (fuzz 15%, so theme colours never count).
 preview_count() { # SHOT_NAME '#rrggbb'
-  convert "$OUT/$1.png" -alpha off -fuzz 15% -fill white -opaque "$2" -fill black +opaque white \
+  convert "$OUT/$1.png" -alpha off -fuzz 15% -fill black +opaque "$2" -fill white -opaque "$2" \
     -format '%[fx:int(mean*w*h+0.5)]' info: | tail -n 1
 }
 
-# What a window shows below its control row (from y = TOP, default 44) since
-# its screenshot BEFORE, cropped to the changed area (a pop-up):
-# shot_changes WIN BEFORE NAME [TOP]
+# What a window shows below its control row since its screenshot BEFORE,
+# cropped to the changed area (a pop-up): shot_changes WIN BEFORE NAME
 shot_changes() {
-  local top="+0+${4:-44}"
+  local top=+0+44
   sleep 0.5
   grab "$1" "$OUT/.after.png"
   local box
   box=$(convert "$2" "$OUT/.after.png" -crop "$top" -compose difference -composite \
     -threshold 1% -trim -format '%wx%h%X%Y' info:)
-  convert "$OUT/.after.png" -crop "$top" +repage -crop "$box" +repage "$OUT/$3.png"
+  convert "$OUT/.after.png" -crop "$box" +repage "$OUT/$3.png" # box: window coordinates
 }
 
 # Every text of a screenshot at least 4.5:1 against its background (WCAG AA),
@@ -324,7 +319,7 @@ readable() { # NAME [ROWS]
   python3 "$HERE/pixels.py" text-contrast "$OUT/$1.png" >"$OUT/$1.contrast.txt"
   local low rows
   low=$(sed -n 's/^min //p' "$OUT/$1.contrast.txt")
-  rows=$(grep -o '^band [0-9-]*' "$OUT/$1.contrast.txt" | sort -u | wc -l)
+  rows=$(grep -o '^band [0-9-]*' "$OUT/$1.contrast.txt" | sort -u | wc -l || true)
   check "#4 text drawn near its background colour" "$1: every text at least 4.5:1 (lowest $low)" \
     python3 -c "import sys; sys.exit(float('$low') < 4.5)"
   [ -z "${2:-}" ] || check "#4 text drawn in its background colour" \

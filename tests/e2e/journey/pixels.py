@@ -140,7 +140,7 @@ def text_contrast(path):
                                       px[(yy - 1) * width + x], px[(yy + 1) * width + x]) \
                             and not on_line(px, width, height, x, yy):
                         marks.append(ratio(p, background))
-            if len(marks) < 80:  # a frame's rounded corners, not text
+            if len(marks) < min(80, area // 40):  # a frame's rounded corners, not text
                 continue
             marks.sort()
             r = marks[int(0.95 * (len(marks) - 1))]

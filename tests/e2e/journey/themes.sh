@@ -7,14 +7,21 @@ BASE="$OUT"
 long_press() { # WIN X Y: held past the 333 ms long press
   local x y w h
   read -r x y w h < <(geometry "$1")
-  xdotool mousemove --sync $((x + $2)) $((y + $3)) mousedown 1 sleep 0.6 mouseup 1
+  xdotool mousemove --sync $((x + $2)) $((y + $3))
+  sleep 0.2
+  xdotool mousedown 1 sleep 0.7 mouseup 1
   sleep 0.3
 }
 popup() { # NAME HOW X: opens an editor pop-up by a click or a long press at (X, row)
-  click "$EDITOR" 145 $ROW_Y # closes any open pop-up
-  grab "$EDITOR" "$OUT/.before.png"
-  if [ "$2" = long ]; then long_press "$EDITOR" "$3" $ROW_Y; else click "$EDITOR" "$3" $ROW_Y; fi
-  shot_changes "$EDITOR" "$OUT/.before.png" "$1"
+  local attempt
+  for attempt in 1 2; do # a press lost on a busy machine is made again
+    click "$EDITOR" 145 $ROW_Y # closes any open pop-up
+    sleep 0.5
+    grab "$EDITOR" "$OUT/.before.png"
+    if [ "$2" = long ]; then long_press "$EDITOR" "$3" $ROW_Y; else click "$EDITOR" "$3" $ROW_Y; fi
+    shot_changes "$EDITOR" "$OUT/.before.png" "$1"
+    [ "$(identify -format %h "$OUT/$1.png")" -lt 40 ] || break
+  done
   readable "$1"
 }
 
