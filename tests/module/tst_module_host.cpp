@@ -369,15 +369,15 @@ void TestModuleHost::coopSourceFollowsVideoSize()
         obs_source_create("pennoria_coop_canvas", "sized coop", nullptr, nullptr);
     obs_scene_add(scene, coop);
     CoopCanvas &canvas = CoopCanvas::instance();
-    canvas.onCanvasStateReceived(pattern(1920, 1080));
-    QCOMPARE(ObsHost::renderSource(coop, 1920, 1080), pattern(1920, 1080));
+    canvas.onCanvasStateReceived(pattern(1920, 1080)); // adopted on the picture's own thread
+    QTRY_COMPARE(ObsHost::renderSource(coop, 1920, 1080), pattern(1920, 1080));
 
     QCOMPARE(ObsHost::resetVideo({1280, 720, 1}), int(OBS_VIDEO_SUCCESS));
     QTRY_COMPARE_WITH_TIMEOUT(obs_source_get_width(coop), 1280u, 10000);
     QCOMPARE(obs_source_get_height(coop), 720u);
     QCOMPARE(ObsHost::renderSource(coop, 1280, 720), pattern(1920, 1080).copy(0, 0, 1280, 720));
     canvas.onSessionEnded();
-    QCOMPARE(ObsHost::renderSource(coop, 1280, 720), solid(1280, 720, Qt::transparent));
+    QTRY_COMPARE(ObsHost::renderSource(coop, 1280, 720), solid(1280, 720, Qt::transparent));
     QCOMPARE(ObsHost::resetVideo({}), int(OBS_VIDEO_SUCCESS));
 }
 
