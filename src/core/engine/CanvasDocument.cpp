@@ -281,6 +281,23 @@ void CanvasDocument::dropSnapshot()
     m_snapshotPending = false;
 }
 
+// An undo in the middle of a stroke also takes back what the stroke has
+// painted so far (a long stroke bakes its older part into the layer).
+void CanvasDocument::rollBackPending()
+{
+    if (!m_snapshotPending)
+        return;
+    const QRect area = m_pendingArea;
+    if (!area.isEmpty()) {
+        QPainter painter(&activeImage());
+        painter.setCompositionMode(QPainter::CompositionMode_Source);
+        painter.drawImage(area.topLeft(), m_pendingSnapshot, area);
+    }
+    dropSnapshot();
+    if (!area.isEmpty())
+        markPainted(area);
+}
+
 void CanvasDocument::pushTrimmed(QList<LayerEdit> &stack, LayerEdit edit)
 {
     stack.append(std::move(edit));
@@ -303,6 +320,7 @@ void CanvasDocument::undo()
 {
     if (m_activeUndo.isEmpty())
         return;
+    rollBackPending();
     restore(m_activeUndo.takeLast(), m_activeRedo);
     emit undoAvailabilityChanged(canUndo());
     emit redoAvailabilityChanged(true);

@@ -68,6 +68,7 @@ public:
     void captureSnapshot();
     void commitSnapshot();
     void dropSnapshot();
+    void rollBackPending();
     bool hasPendingSnapshot() const { return m_snapshotPending; }
     void undo();
     void redo();
