@@ -1,5 +1,7 @@
 #include "dock/CoopDialogs.h"
 
+#include "coop/CoopPort.h"
+
 #include <QCheckBox>
 #include <QDialogButtonBox>
 #include <QHBoxLayout>
@@ -64,7 +66,8 @@ CoopModeDialog::CoopModeDialog(QWidget *parent, const QString &nickname) : QDial
     });
 
     QLabel *hint = hintLabel(
-        QStringLiteral("You must port forward on port %1 in order to host.").arg(CoopPort), this);
+        QStringLiteral("You must port forward on port %1 in order to host.").arg(coop::coopPort()),
+        this);
     hint->setWordWrap(true);
     layout->addWidget(hint);
 }
@@ -99,7 +102,8 @@ JoinDialog::JoinDialog(QWidget *parent, const QString &address) : QDialog(parent
     m_addressEdit = new QLineEdit(address, this);
     m_addressEdit->setPlaceholderText(QStringLiteral("e.g. 203.0.113.7"));
     layout->addWidget(m_addressEdit);
-    layout->addWidget(hintLabel(QStringLiteral("Connects on port %1.").arg(CoopPort), this));
+    layout->addWidget(
+        hintLabel(QStringLiteral("Connects on port %1.").arg(coop::coopPort()), this));
     layout->addWidget(new QLabel(QStringLiteral("Session password:"), this));
     m_passwordEdit = new QLineEdit(this);
     m_passwordEdit->setObjectName(QStringLiteral("joinPasswordEdit"));

@@ -7,9 +7,6 @@
 class QCheckBox;
 class QLineEdit;
 
-// The co-op port, fixed for hosting and joining alike.
-inline constexpr quint16 CoopPort = coop::DefaultPort;
-
 // Host or join, under which nickname, and for a host the session's password
 // and whether guests may clear the picture.
 class CoopModeDialog : public QDialog {
