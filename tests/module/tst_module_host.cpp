@@ -18,6 +18,8 @@
 #include "FrontendApi.h"
 #include "SceneCapture.h"
 #include "SourceRegistry.h"
+#include "SourceTexture.h"
+#include "common/Wiggle.h"
 #include "coop/CoopCanvas.h"
 #include "dock/PluginDock.h"
 #include "files/CanvasDirectory.h"
@@ -25,6 +27,10 @@
 
 #include <obs-module.h>
 #include <util/platform.h>
+
+#include <cmath>
+#include <random>
+#include <tuple>
 
 extern "C" {
 const char *obs_module_description(void);
@@ -77,6 +83,8 @@ private slots:
     void wiggleSettingsReadAtCreate_data();
     void wiggleSettingsReadAtCreate();
     void wiggleFramesFollowTheInterval();
+    void wiggleOnGpuMatchesCpuWarp_data();
+    void wiggleOnGpuMatchesCpuWarp();
     void performanceLineFormat();
     void captureRendersSceneWithoutEditedCanvas();
     void coopSourceFollowsVideoSize();
@@ -313,6 +321,87 @@ void TestModuleHost::wiggleFramesFollowTheInterval()
     QCOMPARE(canvas.render(), drawing);
     canvas.record()->setJitterInterval(0.0f);
     QCOMPARE(canvas.record()->jitterInterval(), 0.01f);
+}
+
+void TestModuleHost::wiggleOnGpuMatchesCpuWarp_data()
+{
+    QTest::addColumn<QSize>("size");
+    QTest::addColumn<float>("amount");
+    QTest::newRow("2 px at 1080p") << QSize(1920, 1080) << 2.0f;
+    QTest::newRow("2.5 px, partial last cells") << QSize(1001, 601) << 2.5f;
+    QTest::newRow("30 px, clamped at every edge") << QSize(640, 360) << 30.0f;
+}
+
+// Fault: the effect blends a pixel's offset from the wrong cells (or only
+// the nearest), swaps the axes, flips an offset's sign, rounds otherwise
+// than halves away from zero, reads past an edge instead of clamping, or
+// changes a texel's bytes (its straight alpha included).
+void TestModuleHost::wiggleOnGpuMatchesCpuWarp()
+{
+    QFETCH(QSize, size);
+    QFETCH(float, amount);
+    // Every texel names its own position, so an output pixel tells which
+    // texel it copied; the alpha runs through every value.
+    QImage picture(size, QImage::Format_RGBA8888);
+    for (int y = 0; y < size.height(); ++y) {
+        uchar *texel = picture.scanLine(y);
+        for (int x = 0; x < size.width(); ++x, texel += 4) {
+            texel[0] = uchar(x);
+            texel[1] = uchar(y);
+            texel[2] = uchar((x >> 8) | (y >> 8) << 4);
+            texel[3] = uchar(x + 2 * y);
+        }
+    }
+    std::mt19937 rng(20240611u);
+    WiggleGrid grid;
+    makeWiggleGrid(grid, size.width(), size.height(), amount, rng);
+    const QImage expected = warpImage(picture, grid);
+
+    SourceTexture texture;
+    QVERIFY(texture.create(uint32_t(size.width()), uint32_t(size.height()), picture));
+    QVERIFY(texture.setWiggleGrid(grid));
+    const QImage shown =
+        ObsHost::render([&] { texture.draw(obs_get_base_effect(OBS_EFFECT_DEFAULT), true); },
+                        uint32_t(size.width()), uint32_t(size.height()));
+    QCOMPARE(shown.size(), size);
+
+    // Where a blended offset is exactly half a pixel, the CPU rounds its
+    // single-precision value, which may fall on either side; there alone a
+    // neighbouring texel is allowed. Everywhere else the bytes agree exactly.
+    const auto isHalf = [&grid](int x, int y) {
+        const auto axis = [](int p, int cells) {
+            const double g = (p - 12) / 24.0;
+            const int first = std::clamp(int(std::floor(g)), 0, cells - 1);
+            return std::tuple(first, std::min(first + 1, cells - 1), g - std::floor(g));
+        };
+        const auto [i0, i1, tx] = axis(x, grid.width);
+        const auto [j0, j1, ty] = axis(y, grid.height);
+        for (const std::vector<float> *v : {&grid.offsetsX, &grid.offsetsY}) {
+            const auto at = [&](int i, int j) { return double((*v)[size_t(j * grid.width + i)]); };
+            const double blend = at(i0, j0) * (1 - tx) * (1 - ty) + at(i1, j0) * tx * (1 - ty) +
+                                 at(i0, j1) * (1 - tx) * ty + at(i1, j1) * tx * ty;
+            if (std::abs(std::abs(blend - std::trunc(blend)) - 0.5) < 1e-9)
+                return true;
+        }
+        return false;
+    };
+    const auto position = [](const uchar *texel) {
+        return QPoint(texel[0] | (texel[2] & 15) << 8, texel[1] | (texel[2] >> 4) << 8);
+    };
+    for (int y = 0; y < size.height(); ++y) {
+        for (int x = 0; x < size.width(); ++x) {
+            const uchar *got = shown.constScanLine(y) + 4 * x;
+            const uchar *want = expected.constScanLine(y) + 4 * x;
+            if (std::memcmp(got, want, 4) == 0)
+                continue;
+            const QPoint from = position(got);
+            const QPoint apart = from - position(want);
+            const bool wholeTexel = got[3] == uchar(from.x() + 2 * from.y());
+            QVERIFY2(isHalf(x, y) && wholeTexel && std::abs(apart.x()) <= 1 &&
+                         std::abs(apart.y()) <= 1,
+                     qPrintable(QString("pixel %1,%2").arg(x).arg(y)));
+        }
+    }
 }
 
 // Fault: the window is not closed after five seconds, counters are not
