@@ -21,6 +21,7 @@ public:
     bool roll(int width, int height, float amountPx, bool due);
     // The field rolled since the last call, once; null when there is none.
     const WiggleGrid *takeNewGrid();
+    const WiggleGrid &grid() const { return m_grid; }
 
 private:
     float m_elapsed = 0.0f;
