@@ -166,39 +166,20 @@ void CanvasSourceData::tick(float seconds)
     QMutexLocker lock(&m_mutex);
     if (!m_jitterEnabled)
         return;
-    const bool step = m_wiggle.advance(seconds, m_jitterInterval);
-    if (!step && !m_livePending) {
-        m_perf.countTick(t0, int64_t(os_gettime_ns()), false);
-        return;
-    }
-    const QImage input = !m_liveImage.isNull() ? m_liveImage : m_canvasImage;
-    if (input.isNull())
-        return;
-    m_livePending = false;
-    const float amount = m_jitterAmountPx;
+    const bool due = m_wiggle.advance(seconds, m_jitterInterval);
+    // The first field waits for a due frame or a new picture.
+    const bool rolled =
+        (due || m_livePending) && m_wiggle.roll(int(m_width), int(m_height), m_jitterAmountPx, due);
     lock.unlock();
-
-    QImage warped = m_wiggle.warp(input, amount, step);
-
-    lock.relock();
-    m_wiggledImage = std::move(warped);
-    m_wiggleReady = true;
-    m_perf.countTick(t0, int64_t(os_gettime_ns()), true);
+    m_perf.countTick(t0, int64_t(os_gettime_ns()), rolled);
 }
 
 QImage CanvasSourceData::takeDueImage()
 {
-    if (!m_jitterEnabled) {
-        if (m_livePending && !m_liveImage.isNull()) {
-            m_livePending = false;
-            m_canvasDirty = false;
-            return m_liveImage;
-        }
-    } else if (m_wiggleReady) {
-        m_canvasDirty = false;
-        m_wiggleReady = false;
+    if (m_livePending && !m_liveImage.isNull()) {
         m_livePending = false;
-        return m_wiggledImage;
+        m_canvasDirty = false;
+        return m_liveImage;
     }
     if (!m_canvasDirty)
         return QImage();
@@ -212,12 +193,15 @@ void CanvasSourceData::render(gs_effect_t *effect)
     QMutexLocker lock(&m_mutex);
     if (m_renderSuppressed || m_texture.isNull() || !effect)
         return;
+    // Each new picture is uploaded once; the wiggle displaces it on the GPU.
     if (m_texture.upload(takeDueImage()))
         ++m_perf.uploads;
     const bool wiggleOn = m_jitterEnabled;
     lock.unlock();
 
-    m_texture.draw(effect);
+    if (const WiggleGrid *grid = wiggleOn ? m_wiggle.takeNewGrid() : nullptr)
+        m_texture.setWiggleGrid(*grid);
+    m_texture.draw(effect, wiggleOn);
     m_perf.countRender(t0, int64_t(os_gettime_ns()), m_source, "", wiggleOn);
 }
 

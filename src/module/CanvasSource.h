@@ -59,7 +59,8 @@ public:
 
 private:
     void loadFlattenedImage();
-    // Under the lock: the picture that is due, or a null image.
+    // Under the lock: the picture that is new since the last upload, or a
+    // null image.
     QImage takeDueImage();
 
     obs_source_t *m_source;
@@ -71,9 +72,7 @@ private:
     QVector<Stroke> m_strokes;
     QImage m_canvasImage;
     QImage m_liveImage;
-    QImage m_wiggledImage;
     bool m_canvasDirty = false;
-    bool m_wiggleReady = false;
     bool m_livePending = false;
     bool m_jitterEnabled = false;
     float m_jitterAmountPx = 2.5f;

@@ -75,7 +75,6 @@ void CoopSourceData::resize(uint32_t w, uint32_t h)
     shownWidth = w;
     shownHeight = h;
     lastUploadedVersion = 0; // the new texture waits for its picture
-    wiggleReady = false;
 }
 
 void CoopSourceData::show(const QImage &picture)
@@ -99,19 +98,14 @@ void CoopSourceData::tick(float seconds)
     if (!canvas.jitterEnabled())
         return;
     const int64_t t0 = int64_t(os_gettime_ns());
-    const bool step = wiggle.advance(seconds, canvas.jitterInterval());
+    const bool due = wiggle.advance(seconds, canvas.jitterInterval());
     const uint64_t version = canvas.version();
-    if (!step && version == lastWiggledVersion) {
-        perf.countTick(t0, int64_t(os_gettime_ns()), false);
-        return;
-    }
-    const QImage picture = canvas.image();
-    if (picture.isNull())
-        return;
-    wiggledImage = wiggle.warp(picture, canvas.jitterAmountPx(), step);
-    wiggleReady = true;
+    // The first field waits for a due frame or a new picture.
+    const bool rolled =
+        (due || version != lastWiggledVersion) &&
+        wiggle.roll(int(texture.width()), int(texture.height()), canvas.jitterAmountPx(), due);
     lastWiggledVersion = version;
-    perf.countTick(t0, int64_t(os_gettime_ns()), true);
+    perf.countTick(t0, int64_t(os_gettime_ns()), rolled);
 }
 
 void CoopSourceData::render(gs_effect_t *effect)
@@ -121,19 +115,15 @@ void CoopSourceData::render(gs_effect_t *effect)
     const int64_t t0 = int64_t(os_gettime_ns());
     const CoopCanvas &canvas = CoopCanvas::instance();
     const bool wiggleOn = canvas.jitterEnabled();
-    if (!wiggleOn) {
-        const uint64_t version = canvas.version();
-        if (version != lastUploadedVersion || showedWiggle) {
-            show(canvas.image());
-            lastUploadedVersion = version;
-            showedWiggle = false;
-        }
-    } else if (wiggleReady) {
-        show(wiggledImage);
-        wiggleReady = false;
-        showedWiggle = true;
+    // Each new picture is uploaded once; the wiggle displaces it on the GPU.
+    const uint64_t version = canvas.version();
+    if (version != lastUploadedVersion) {
+        show(canvas.image());
+        lastUploadedVersion = version;
     }
-    texture.draw(effect);
+    if (const WiggleGrid *grid = wiggleOn ? wiggle.takeNewGrid() : nullptr)
+        texture.setWiggleGrid(*grid);
+    texture.draw(effect, wiggleOn);
     perf.countRender(t0, int64_t(os_gettime_ns()), source, "CO-OP ", wiggleOn);
 }
 

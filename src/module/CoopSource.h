@@ -33,9 +33,6 @@ struct CoopSourceData {
     std::atomic<uint32_t> shownHeight{1080};
     uint64_t lastUploadedVersion = 0;
     SourceWiggle wiggle;
-    QImage wiggledImage;
-    bool wiggleReady = false;
-    bool showedWiggle = false;
     uint64_t lastWiggledVersion = 0;
     PerfWindow perf;
     SourceHotkeys hotkeys;

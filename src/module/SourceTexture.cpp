@@ -1,6 +1,11 @@
 #include "SourceTexture.h"
 
+#include "common/Wiggle.h"
+
+#include <obs-module.h>
 #include <obs.h>
+
+#include <vector>
 
 namespace {
 
@@ -37,7 +42,9 @@ SourceTexture::~SourceTexture()
 bool SourceTexture::create(uint32_t width, uint32_t height, const QImage &image)
 {
     GraphicsScope graphics;
-    destroy();
+    // A new picture size keeps the field: the wiggle rolls one for the new
+    // size on its own.
+    destroyPicture();
     m_texture = gs_texture_create(width, height, GS_RGBA, 1, nullptr, GS_DYNAMIC);
     if (!m_texture)
         return false;
@@ -57,20 +64,104 @@ bool SourceTexture::upload(const QImage &image)
     return true;
 }
 
-void SourceTexture::draw(gs_effect_t *effect) const
+bool SourceTexture::setWiggleGrid(const WiggleGrid &grid)
+{
+    const size_t cells = size_t(grid.width) * size_t(grid.height);
+    if (grid.isEmpty() || grid.offsetsX.size() < cells || grid.offsetsY.size() < cells)
+        return false;
+    GraphicsScope graphics;
+    if (!m_wiggleEffect) {
+        // The host caches effects by file, so every source shares one.
+        char *file = obs_module_file("effects/wiggle.effect");
+        if (file)
+            m_wiggleEffect = gs_effect_create_from_file(file, nullptr);
+        bfree(file);
+        if (!m_wiggleEffect)
+            return false;
+    }
+    if (m_offsets && (m_gridWidth != grid.width || m_gridHeight != grid.height)) {
+        gs_texture_destroy(m_offsets);
+        m_offsets = nullptr;
+    }
+    if (!m_offsets) {
+        m_offsets = gs_texture_create(uint32_t(grid.width), uint32_t(grid.height), GS_RG32F, 1,
+                                      nullptr, GS_DYNAMIC);
+        if (!m_offsets)
+            return false;
+        m_gridWidth = grid.width;
+        m_gridHeight = grid.height;
+    }
+    std::vector<float> texels(cells * 2);
+    for (size_t i = 0; i < cells; ++i) {
+        texels[2 * i] = grid.offsetsX[i];
+        texels[2 * i + 1] = grid.offsetsY[i];
+    }
+    gs_texture_set_image(m_offsets, reinterpret_cast<const uint8_t *>(texels.data()),
+                         uint32_t(grid.width) * 2 * sizeof(float), false);
+    return true;
+}
+
+void SourceTexture::draw(gs_effect_t *effect, bool wiggled) const
 {
     if (!m_texture || !effect)
+        return;
+    if (wiggled && m_offsets && m_wiggleEffect && drawWiggled())
         return;
     gs_effect_set_texture(gs_effect_get_param_by_name(effect, "image"), m_texture);
     gs_draw_sprite(m_texture, 0, m_width, m_height);
 }
 
+bool SourceTexture::drawWiggled() const
+{
+    gs_effect_t *effect = m_wiggleEffect;
+    gs_technique_t *technique = gs_effect_get_technique(effect, "Draw");
+    if (!technique)
+        return false;
+    gs_effect_set_texture(gs_effect_get_param_by_name(effect, "image"), m_texture);
+    gs_effect_set_texture(gs_effect_get_param_by_name(effect, "offsets"), m_offsets);
+    vec2 imageSize;
+    vec2_set(&imageSize, float(m_width), float(m_height));
+    gs_effect_set_vec2(gs_effect_get_param_by_name(effect, "image_size"), &imageSize);
+    vec2 gridSize;
+    vec2_set(&gridSize, float(m_gridWidth), float(m_gridHeight));
+    gs_effect_set_vec2(gs_effect_get_param_by_name(effect, "grid_size"), &gridSize);
+    // Inside the host's own pass for this source: the blend state it set up
+    // stays as it is, so the wiggled picture blends like the plain one.
+    const size_t passes = gs_technique_begin(technique);
+    for (size_t i = 0; i < passes; ++i) {
+        if (gs_technique_begin_pass(technique, i)) {
+            gs_draw_sprite(m_texture, 0, m_width, m_height);
+            gs_technique_end_pass(technique);
+        }
+    }
+    gs_technique_end(technique);
+    return true;
+}
+
+void SourceTexture::destroyWiggle()
+{
+    if (m_offsets)
+        gs_texture_destroy(m_offsets);
+    m_offsets = nullptr;
+    m_gridWidth = 0;
+    m_gridHeight = 0;
+    gs_effect_destroy(m_wiggleEffect);
+    m_wiggleEffect = nullptr;
+}
+
 void SourceTexture::destroy()
 {
-    if (!m_texture)
+    if (!m_texture && !m_offsets && !m_wiggleEffect)
         return;
     GraphicsScope graphics;
-    gs_texture_destroy(m_texture);
+    destroyWiggle();
+    destroyPicture();
+}
+
+void SourceTexture::destroyPicture()
+{
+    if (m_texture)
+        gs_texture_destroy(m_texture);
     m_texture = nullptr;
     m_width = 0;
     m_height = 0;

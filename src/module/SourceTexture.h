@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+struct WiggleGrid;
+
 struct gs_texture;
 typedef struct gs_texture gs_texture_t;
 struct gs_effect;
@@ -19,8 +21,11 @@ public:
     GraphicsScope &operator=(const GraphicsScope &) = delete;
 };
 
-// The one dynamic RGBA texture through which a source shows its picture.
-// Every operation enters the graphics context itself, so the same calls
+// The one dynamic RGBA texture through which a source shows its picture,
+// and the wiggle's displacement field beside it: the field is a small float
+// texture (one texel per cell) that the wiggle effect applies at draw time,
+// so the picture is uploaded once per new picture and never warped on the
+// CPU. Every operation enters the graphics context itself, so the same calls
 // serve a source's create, render and destroy.
 class SourceTexture {
 public:
@@ -35,8 +40,13 @@ public:
     // Copies the image in. False, and nothing copied, when there is no texture
     // or the image has another size.
     bool upload(const QImage &image);
-    // Draws the texture at its size through the effect's "image" parameter.
-    void draw(gs_effect_t *effect) const;
+    // Copies a new displacement field in (a field for a picture of the
+    // texture's size). False when the wiggle effect or the field's texture
+    // is not available; the wiggled draw then shows the plain picture.
+    bool setWiggleGrid(const WiggleGrid &grid);
+    // Draws the texture at its size: through the host's effect's "image"
+    // parameter, or displaced by the last field when wiggled and one is set.
+    void draw(gs_effect_t *effect, bool wiggled = false) const;
     void destroy();
 
     bool isNull() const { return !m_texture; }
@@ -44,7 +54,15 @@ public:
     uint32_t height() const { return m_height; }
 
 private:
+    bool drawWiggled() const;
+    void destroyWiggle();
+    void destroyPicture();
+
     gs_texture_t *m_texture = nullptr;
+    gs_texture_t *m_offsets = nullptr;
+    gs_effect_t *m_wiggleEffect = nullptr;
+    int m_gridWidth = 0;
+    int m_gridHeight = 0;
     uint32_t m_width = 0;
     uint32_t m_height = 0;
 };

@@ -14,9 +14,21 @@ bool SourceWiggle::advance(float seconds, float interval)
     return true;
 }
 
-QImage SourceWiggle::warp(const QImage &picture, float amountPx, bool newField)
+bool SourceWiggle::roll(int width, int height, float amountPx, bool due)
 {
-    if (newField || m_grid.isEmpty())
-        makeWiggleGrid(m_grid, picture.width(), picture.height(), amountPx, m_rng);
-    return warpImage(picture, m_grid);
+    if (!due && !m_grid.isEmpty() && width == m_pictureWidth && height == m_pictureHeight)
+        return false;
+    makeWiggleGrid(m_grid, width, height, amountPx, m_rng);
+    m_pictureWidth = width;
+    m_pictureHeight = height;
+    m_gridIsNew = true;
+    return true;
+}
+
+const WiggleGrid *SourceWiggle::takeNewGrid()
+{
+    if (!m_gridIsNew)
+        return nullptr;
+    m_gridIsNew = false;
+    return &m_grid;
 }

@@ -6,6 +6,7 @@
 #include <QtTest>
 
 #include "ObsHost.h"
+#include "ReferenceWarp.h"
 #include "TestImages.h"
 
 #include "CoopSource.h"
@@ -175,14 +176,14 @@ void TestCoopSource::wiggleShowsRemoteStrokeAtNextTick()
     coop.tick(0.001f);
     QVERIFY(!coop.record()->wiggle.grid().isEmpty());
     const QImage firstFrame = coop.render();
-    QCOMPARE(firstFrame, warpImage(pattern(1920, 1080), coop.record()->wiggle.grid()));
+    QCOMPARE(warpMismatch(firstFrame, pattern(1920, 1080), coop.record()->wiggle.grid()), "");
     QVERIFY(firstFrame != pattern(1920, 1080));
 
     QVERIFY(settled(canvas.onRemoteStroke(redBrush(), QStringLiteral("friend"))));
     coop.tick(0.001f);
     const QImage picture = canvas.image();
     const QImage shown = coop.render();
-    QCOMPARE(shown, warpImage(picture, coop.record()->wiggle.grid()));
+    QCOMPARE(warpMismatch(shown, picture, coop.record()->wiggle.grid()), "");
     QVERIFY(shown != picture);
     QVERIFY(shown != firstFrame);
     QCOMPARE(coop.record()->lastWiggledVersion, canvas.version());
@@ -199,11 +200,9 @@ void TestCoopSource::wiggleOffShowsPlainPictureAgain()
     canvas.setJitterEnabled(true);
     coop.tick(100001.0f);
     QVERIFY(coop.render() != pattern(1920, 1080));
-    QVERIFY(coop.record()->showedWiggle);
 
     canvas.setJitterEnabled(false);
     QCOMPARE(coop.render(), pattern(1920, 1080));
-    QVERIFY(!coop.record()->showedWiggle);
 }
 
 void TestCoopSource::performanceLineIsTagged()

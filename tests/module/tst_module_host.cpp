@@ -11,6 +11,7 @@
 #include <QtTest>
 
 #include "ObsHost.h"
+#include "ReferenceWarp.h"
 #include "TestImages.h"
 
 #include "CanvasSource.h"
@@ -18,6 +19,7 @@
 #include "FrontendApi.h"
 #include "SceneCapture.h"
 #include "SourceRegistry.h"
+#include "SourceTexture.h"
 #include "coop/CoopCanvas.h"
 #include "dock/PluginDock.h"
 #include "files/CanvasDirectory.h"
@@ -25,6 +27,8 @@
 
 #include <obs-module.h>
 #include <util/platform.h>
+
+#include <random>
 
 extern "C" {
 const char *obs_module_description(void);
@@ -77,6 +81,8 @@ private slots:
     void wiggleSettingsReadAtCreate_data();
     void wiggleSettingsReadAtCreate();
     void wiggleFramesFollowTheInterval();
+    void wiggleOnGpuMatchesCpuWarp_data();
+    void wiggleOnGpuMatchesCpuWarp();
     void performanceLineFormat();
     void captureRendersSceneWithoutEditedCanvas();
     void coopSourceFollowsVideoSize();
@@ -313,6 +319,49 @@ void TestModuleHost::wiggleFramesFollowTheInterval()
     QCOMPARE(canvas.render(), drawing);
     canvas.record()->setJitterInterval(0.0f);
     QCOMPARE(canvas.record()->jitterInterval(), 0.01f);
+}
+
+void TestModuleHost::wiggleOnGpuMatchesCpuWarp_data()
+{
+    QTest::addColumn<QSize>("size");
+    QTest::addColumn<float>("amount");
+    QTest::newRow("2 px at 1080p") << QSize(1920, 1080) << 2.0f;
+    QTest::newRow("2.5 px, partial last cells") << QSize(1001, 601) << 2.5f;
+    QTest::newRow("30 px, clamped at every edge") << QSize(640, 360) << 30.0f;
+}
+
+// Fault: the effect blends a pixel's offset from the wrong cells (or only
+// the nearest), swaps the axes, flips an offset's sign, rounds otherwise
+// than halves away from zero, reads past an edge instead of clamping, or
+// changes a texel's bytes (its straight alpha included).
+void TestModuleHost::wiggleOnGpuMatchesCpuWarp()
+{
+    QFETCH(QSize, size);
+    QFETCH(float, amount);
+    // Every texel holds its own position, so no two are alike and a texel
+    // taken from the wrong place shows; the alpha runs through every value.
+    QImage picture(size, QImage::Format_RGBA8888);
+    for (int y = 0; y < size.height(); ++y) {
+        uchar *texel = picture.scanLine(y);
+        for (int x = 0; x < size.width(); ++x, texel += 4) {
+            texel[0] = uchar(x);
+            texel[1] = uchar(y);
+            texel[2] = uchar((x >> 8) | (y >> 8) << 4);
+            texel[3] = uchar(x + 2 * y);
+        }
+    }
+    std::mt19937 rng(20240611u);
+    WiggleGrid grid;
+    makeWiggleGrid(grid, size.width(), size.height(), amount, rng);
+
+    SourceTexture texture;
+    QVERIFY(texture.create(uint32_t(size.width()), uint32_t(size.height()), picture));
+    QVERIFY(texture.setWiggleGrid(grid));
+    const QImage shown =
+        ObsHost::render([&] { texture.draw(obs_get_base_effect(OBS_EFFECT_DEFAULT), true); },
+                        uint32_t(size.width()), uint32_t(size.height()));
+    const QString mismatch = warpMismatch(shown, picture, grid);
+    QVERIFY2(mismatch.isEmpty(), qPrintable(mismatch));
 }
 
 // Fault: the window is not closed after five seconds, counters are not

@@ -136,6 +136,11 @@ QStringList ObsHost::linesStartingWith(const QString &prefix) const
 
 QImage ObsHost::renderSource(obs_source_t *source, uint32_t width, uint32_t height)
 {
+    return render([source] { obs_source_video_render(source); }, width, height);
+}
+
+QImage ObsHost::render(const std::function<void()> &draw, uint32_t width, uint32_t height)
+{
     QImage out;
     obs_enter_graphics();
     gs_texrender_t *texrender = gs_texrender_create(GS_RGBA, GS_ZS_NONE);
@@ -150,7 +155,7 @@ QImage ObsHost::renderSource(obs_source_t *source, uint32_t width, uint32_t heig
         gs_enable_blending(false);
         gs_enable_depth_test(false);
         gs_set_cull_mode(GS_NEITHER);
-        obs_source_video_render(source);
+        draw();
         gs_enable_blending(true);
         gs_texrender_end(texrender);
         gs_stage_texture(stage, gs_texrender_get_texture(texrender));

@@ -7,6 +7,7 @@
 
 #include <obs.hpp>
 
+#include <functional>
 #include <memory>
 
 // A real libobs started inside the test process: OpenGL on the X display,
@@ -45,6 +46,8 @@ public:
 
     // Renders the source into a width x height target and reads it back.
     static QImage renderSource(obs_source_t *source, uint32_t width, uint32_t height);
+    // The same for any drawing, run inside the graphics context.
+    static QImage render(const std::function<void()> &draw, uint32_t width, uint32_t height);
 
 private:
     static void logHandler(int level, const char *format, va_list args, void *param);

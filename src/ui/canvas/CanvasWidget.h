@@ -178,6 +178,10 @@ private:
     std::mt19937 m_rng;
     WiggleGrid m_wiggleGrid;
     int m_wigglePoints = 0;
+    // Frames after the first are warped on a worker; a finished one is shown
+    // only if no frame was made at once meanwhile and none was dropped.
+    quint64 m_wiggleGeneration = 0;
+    bool m_wiggleBusy = false;
     bool m_moved = false;
 
     float m_zoom = 1.0f;

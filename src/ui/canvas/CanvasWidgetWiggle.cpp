@@ -2,6 +2,10 @@
 
 #include "common/Log.h"
 
+#include <QCoreApplication>
+#include <QPointer>
+#include <QThreadPool>
+
 #include <chrono>
 
 namespace {
@@ -39,13 +43,44 @@ void CanvasWidget::makeWiggleFrame(bool newGrid)
 {
     const QSize display = wiggleDisplaySize();
     const QImage source = shapeBeingDragged() ? m_doc->flatComposite() : displayComposite();
-    const QImage scaled = source.scaled(display, Qt::IgnoreAspectRatio, Qt::FastTransformation);
     if (newGrid)
         makeWiggleGrid(m_wiggleGrid, display.width(), display.height(), m_wiggleAmount * m_fitScale,
                        m_rng);
-    m_wiggleImage = warpImage(scaled, m_wiggleGrid);
     m_wigglePoints = m_drawing ? int(m_current.points.size()) : 0;
-    update();
+    const auto frame = [source, display, grid = m_wiggleGrid] {
+        return warpImage(source.scaled(display, Qt::IgnoreAspectRatio, Qt::FastTransformation),
+                         grid);
+    };
+    if (m_wiggleImage.isNull()) {
+        // The first frame shows at once; a stale worker frame is dropped.
+        ++m_wiggleGeneration;
+        m_wiggleImage = frame();
+        update();
+        return;
+    }
+    // A full-screen frame costs several milliseconds: it is made on a worker
+    // while the current one stays up. A tick while one is being made is
+    // skipped.
+    if (m_wiggleBusy)
+        return;
+    m_wiggleBusy = true;
+    QThreadPool::globalInstance()->start(
+        [frame, generation = m_wiggleGeneration, guard = QPointer<CanvasWidget>(this)] {
+            QImage warped = frame();
+            QMetaObject::invokeMethod(
+                QCoreApplication::instance(),
+                [guard, generation, warped = std::move(warped)] {
+                    if (!guard)
+                        return;
+                    guard->m_wiggleBusy = false;
+                    if (generation != guard->m_wiggleGeneration || guard->m_wiggleImage.isNull() ||
+                        warped.size() != guard->wiggleDisplaySize())
+                        return;
+                    guard->m_wiggleImage = warped;
+                    guard->update();
+                },
+                Qt::QueuedConnection);
+        });
 }
 
 void CanvasWidget::rewarpWiggle()
