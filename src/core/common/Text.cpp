@@ -14,20 +14,21 @@ static void registerBuiltInLocale()
 namespace {
 
 // One `Key="Value"` per line, as the host reads locale files: quotes around
-// the value are optional, "\n" stands for a line break, ';' and '#' start
-// comments.
+// the value are optional, \n, \t and \" stand for a line break, a tab and
+// a quote, '#' starts a comment.
 QHash<QByteArray, QByteArray> parseIni(const QByteArray &data)
 {
     QHash<QByteArray, QByteArray> texts;
     for (const QByteArray &rawLine : data.split('\n')) {
         const QByteArray line = rawLine.trimmed();
         const qsizetype equals = line.indexOf('=');
-        if (line.isEmpty() || line.startsWith(';') || line.startsWith('#') || equals <= 0)
+        if (line.isEmpty() || line.startsWith('#') || equals <= 0)
             continue;
         QByteArray value = line.mid(equals + 1).trimmed();
         if (value.size() >= 2 && value.startsWith('"') && value.endsWith('"'))
             value = value.mid(1, value.size() - 2);
-        texts.insert(line.left(equals).trimmed(), value.replace("\\n", "\n"));
+        texts.insert(line.left(equals).trimmed(),
+                     value.replace("\\n", "\n").replace("\\t", "\t").replace("\\\"", "\""));
     }
     return texts;
 }
