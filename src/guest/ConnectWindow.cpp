@@ -1,5 +1,6 @@
 #include "ConnectWindow.h"
 
+#include "common/Text.h"
 #include "settings/CoopSettings.h"
 
 #include <QDialogButtonBox>
@@ -11,7 +12,7 @@
 
 ConnectWindow::ConnectWindow(QWidget *parent) : QDialog(parent)
 {
-    setWindowTitle(QStringLiteral("Pennoria: Draw Guest"));
+    setWindowTitle(uiText("Guest.Title"));
     setMinimumWidth(340);
 
     auto *layout = new QVBoxLayout(this);
@@ -21,18 +22,18 @@ ConnectWindow::ConnectWindow(QWidget *parent) : QDialog(parent)
     auto *form = new QFormLayout;
     m_addressEdit = new QLineEdit(CoopSettings::lastJoinIp(), this);
     m_addressEdit->setObjectName(QStringLiteral("addressEdit"));
-    m_addressEdit->setPlaceholderText(QStringLiteral("e.g. 203.0.113.7"));
-    form->addRow(QStringLiteral("Host's address:"), m_addressEdit);
+    m_addressEdit->setPlaceholderText(uiText("Coop.AddressPlaceholder"));
+    form->addRow(uiText("Guest.HostAddress"), m_addressEdit);
     m_nicknameEdit = new QLineEdit(CoopSettings::nickname(), this);
     m_nicknameEdit->setObjectName(QStringLiteral("nicknameEdit"));
     m_nicknameEdit->setMaxLength(32);
-    m_nicknameEdit->setPlaceholderText(QStringLiteral("Your name"));
-    form->addRow(QStringLiteral("Nickname:"), m_nicknameEdit);
+    m_nicknameEdit->setPlaceholderText(uiText("Coop.NicknamePlaceholder"));
+    form->addRow(uiText("Coop.Nickname"), m_nicknameEdit);
     m_passwordEdit = new QLineEdit(this);
     m_passwordEdit->setObjectName(QStringLiteral("passwordEdit"));
     m_passwordEdit->setEchoMode(QLineEdit::Password);
-    m_passwordEdit->setPlaceholderText(QStringLiteral("The host tells you"));
-    form->addRow(QStringLiteral("Session password:"), m_passwordEdit);
+    m_passwordEdit->setPlaceholderText(uiText("Guest.PasswordPlaceholder"));
+    form->addRow(uiText("Coop.SessionPassword"), m_passwordEdit);
     layout->addLayout(form);
 
     m_status = new QLabel(this);
@@ -41,7 +42,7 @@ ConnectWindow::ConnectWindow(QWidget *parent) : QDialog(parent)
     layout->addWidget(m_status);
 
     auto *buttons = new QDialogButtonBox(this);
-    m_joinButton = buttons->addButton(QStringLiteral("Join"), QDialogButtonBox::AcceptRole);
+    m_joinButton = buttons->addButton(uiText("Coop.Join"), QDialogButtonBox::AcceptRole);
     m_joinButton->setObjectName(QStringLiteral("joinButton"));
     m_joinButton->setDefault(true);
     m_cancelButton = buttons->addButton(QDialogButtonBox::Close);
@@ -62,8 +63,8 @@ void ConnectWindow::setConnecting(bool connecting)
     m_connecting = connecting;
     for (QLineEdit *edit : {m_addressEdit, m_nicknameEdit, m_passwordEdit})
         edit->setEnabled(!connecting);
-    m_status->setText(connecting ? QStringLiteral("Connecting to host\u2026") : QString());
-    m_cancelButton->setText(connecting ? QStringLiteral("Cancel") : QStringLiteral("Close"));
+    m_status->setText(connecting ? uiText("Coop.Connecting") : QString());
+    m_cancelButton->setText(connecting ? uiText("Guest.Cancel") : uiText("Guest.Close"));
     updateJoinButton();
 }
 
@@ -79,7 +80,7 @@ void ConnectWindow::onJoinClicked()
         return;
     QString nickname = m_nicknameEdit->text().trimmed();
     if (nickname.isEmpty())
-        nickname = QStringLiteral("Anon");
+        nickname = uiText("Coop.Anon");
     CoopSettings::setLastJoinIp(address);
     CoopSettings::setNickname(nickname);
     emit joinRequested(address, nickname, m_passwordEdit->text());

@@ -2,6 +2,7 @@
 
 #include "ConnectWindow.h"
 #include "HostAddress.h"
+#include "common/Text.h"
 
 #include "coop/CoopCanvas.h"
 #include "coop/CoopEditorSource.h"
@@ -58,8 +59,7 @@ void GuestApp::onJoinRequested(const QString &address, const QString &nickname,
 {
     const HostAddress host = HostAddress::parse(address, coop::coopPort());
     if (!host.isValid()) {
-        CoopMessages::showFailure(
-            m_connect, QStringLiteral("\u201c%1\u201d is not a host address.").arg(address));
+        CoopMessages::showFailure(m_connect, uiText("Guest.NotAnAddress").arg(address));
         return;
     }
     m_connect->setConnecting(true);

@@ -2,6 +2,7 @@
 // its own, without OBS Studio, and draws in the same editor.
 #include "GuestApp.h"
 
+#include "common/Text.h"
 #include "coop/CoopSession.h"
 
 #include <QApplication>
@@ -10,7 +11,7 @@ int main(int argc, char **argv)
 {
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("pennoria-guest"));
-    QApplication::setApplicationDisplayName(QStringLiteral("Pennoria: Draw Guest"));
+    QApplication::setApplicationDisplayName(uiText("Guest.Title"));
     QApplication::setDesktopFileName(QStringLiteral("pennoria-guest"));
     // The editor and the message boxes come and go; the connect window's
     // close is the end of the program.

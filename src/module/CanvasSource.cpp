@@ -28,10 +28,12 @@ QImage toRgba(const QImage &image)
 CanvasSourceData::CanvasSourceData(obs_source_t *source)
     : m_source(source),
       m_hotkeys(source,
-                {{"pennoria_draw.open_editor", "Open the drawing editor", SourceAction::OpenEditor},
-                 {"pennoria_draw.clear_layer", "Clear the active layer", SourceAction::ClearLayer},
-                 {"pennoria_draw.undo", "Undo", SourceAction::Undo},
-                 {"pennoria_draw.redo", "Redo", SourceAction::Redo}})
+                {{"pennoria_draw.open_editor", obs_module_text("Hotkey.OpenEditor"),
+                  SourceAction::OpenEditor},
+                 {"pennoria_draw.clear_layer", obs_module_text("Hotkey.ClearLayer"),
+                  SourceAction::ClearLayer},
+                 {"pennoria_draw.undo", obs_module_text("Hotkey.Undo"), SourceAction::Undo},
+                 {"pennoria_draw.redo", obs_module_text("Hotkey.Redo"), SourceAction::Redo}})
 {
     obs_video_info ovi;
     if (obs_get_video_info(&ovi) && ovi.base_width && ovi.base_height) {
@@ -217,7 +219,7 @@ void CanvasSourceData::setPerfWindowStart(int64_t ns)
 
 const obs_source_info &canvasSourceInfo()
 {
-    static const obs_source_info info =
-        videoSourceInfo<CanvasSourceData>(CanvasSourceId, "Pennoria Canvas");
+    static const obs_source_info info = videoSourceInfo<CanvasSourceData>(
+        CanvasSourceId, [](void *) { return obs_module_text("Source.Canvas"); });
     return info;
 }

@@ -40,8 +40,9 @@ void followVideoSize()
 } // namespace
 
 CoopSourceData::CoopSourceData(obs_source_t *source_)
-    : source(source_), hotkeys(source_, {{"pennoria_draw.open_coop_editor", "Open the co-op editor",
-                                          SourceAction::OpenEditor}})
+    : source(source_),
+      hotkeys(source_, {{"pennoria_draw.open_coop_editor", obs_module_text("Hotkey.OpenCoopEditor"),
+                         SourceAction::OpenEditor}})
 {
     ++g_liveCoopSources;
     syncCoopCanvasSize();
@@ -129,8 +130,8 @@ void CoopSourceData::render(gs_effect_t *effect)
 
 const obs_source_info &coopSourceInfo()
 {
-    static const obs_source_info info =
-        videoSourceInfo<CoopSourceData>(CoopSourceId, "Pennoria: Draw Co-op");
+    static const obs_source_info info = videoSourceInfo<CoopSourceData>(
+        CoopSourceId, [](void *) { return obs_module_text("Source.CoopCanvas"); });
     return info;
 }
 

@@ -4,6 +4,7 @@
 #include "ModuleLifetime.h"
 #include "ObsDockHost.h"
 #include "common/Log.h"
+#include "common/Text.h"
 #include "common/Version.h"
 #include "coop/CoopPort.h"
 #include "dock/DockPlacement.h"
@@ -22,7 +23,6 @@ OBS_MODULE_USE_DEFAULT_LOCALE("obs-pennoria-draw", "en-US")
 namespace {
 
 const char DockId[] = "pennoria-draw-dock";
-const char DockTitle[] = "Pennoria: Draw";
 
 QPointer<PluginDock> g_dock;
 bool g_frontendEvents = false;
@@ -65,6 +65,7 @@ MODULE_EXPORT const char *obs_module_description(void)
 bool obs_module_load(void)
 {
     setLogSink(hostLogSink);
+    setTextLookup(obs_module_text);
     blog(LOG_INFO, "[PD-Perf] Pennoria: Draw " PENNORIA_VERSION_TEXT
                    " loaded \xE2\x80\x94 perf logging active (look for '[PD-Perf]' lines; "
                    "emitted ~every 5s per active source)");
@@ -81,7 +82,7 @@ void obs_module_post_load(void)
     g_dock = new PluginDock(std::make_unique<ObsDockHost>(coop::coopPort()), new UpdateChecker,
                             mainWindow);
     connectSourceHotkeys(g_dock);
-    obs_frontend_add_dock_by_id(DockId, DockTitle, g_dock);
+    obs_frontend_add_dock_by_id(DockId, obs_module_text("Dock.Title"), g_dock);
     obs_frontend_add_event_callback(onFrontendEvent, nullptr);
     g_frontendEvents = true;
 }
@@ -95,4 +96,5 @@ void obs_module_unload(void)
     g_frontendEvents = false;
     shutDownModule(g_dock);
     delete g_dock;
+    setTextLookup(nullptr);
 }

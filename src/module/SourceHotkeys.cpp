@@ -1,5 +1,6 @@
 #include "SourceHotkeys.h"
 
+#include <obs-module.h>
 #include <obs.hpp>
 
 #include <QCoreApplication>
@@ -30,7 +31,8 @@ SourceHotkeys::SourceHotkeys(obs_source_t *source, std::initializer_list<HotkeyS
         m_ids.push_back(obs_hotkey_register_source(source, spec.name, spec.description,
                                                    &SourceHotkeys::onPress, &m_presses[i++]));
     m_wigglePair = obs_hotkey_pair_register_source(
-        source, "pennoria_draw.wiggle_on", "Wiggle on", "pennoria_draw.wiggle_off", "Wiggle off",
+        source, "pennoria_draw.wiggle_on", obs_module_text("Hotkey.WiggleOn"),
+        "pennoria_draw.wiggle_off", obs_module_text("Hotkey.WiggleOff"),
         &SourceHotkeys::onPairPress, &SourceHotkeys::onPairPress, &m_presses[i], &m_presses[i + 1]);
 }
 

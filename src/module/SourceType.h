@@ -6,14 +6,14 @@
 // Record is built from the host's source and offers tick(float),
 // render(gs_effect_t *), width() and height(). Every callback ignores a null
 // record, and nothing is thrown back into the host.
-template <typename Record> obs_source_info videoSourceInfo(const char *id, const char *displayName)
+template <typename Record>
+obs_source_info videoSourceInfo(const char *id, const char *(*displayName)(void *))
 {
     obs_source_info info = {};
     info.id = id;
     info.type = OBS_SOURCE_TYPE_INPUT;
     info.output_flags = OBS_SOURCE_VIDEO;
-    info.type_data = const_cast<char *>(displayName);
-    info.get_name = [](void *typeData) { return static_cast<const char *>(typeData); };
+    info.get_name = displayName;
     info.create = [](obs_data_t *, obs_source_t *source) -> void * {
         try {
             return new Record(source);

@@ -3,6 +3,7 @@
 #include "coop/CoopSession.h"
 
 #include "common/Log.h"
+#include "common/Text.h"
 #include "coop/CoopPeer.h"
 #include "coop/CoopProtocol.h"
 #include "coop/StrokeJson.h"
@@ -15,19 +16,6 @@
 namespace Key = coop::Key;
 namespace Type = coop::Type;
 namespace Code = coop::Code;
-
-namespace {
-
-const QString KickedByHostDefault = QStringLiteral("You were kicked by the host.");
-const QString AlreadyActive = QStringLiteral("A co-op session is already active.");
-const QString ProtocolError = QStringLiteral("Protocol error.");
-const QString OtherVersion =
-    QStringLiteral("The host runs another version of Pennoria: Draw co-op. Please use the same "
-                   "version on both sides.");
-const QString PasswordNeeded = QStringLiteral("This co-op session needs a password.");
-const QString RefusedByHost = QStringLiteral("The host refused the connection.");
-
-} // namespace
 
 CoopSession &CoopSession::instance()
 {
@@ -78,7 +66,7 @@ QString CoopSession::sanitizeNickname(const QString &nickname)
         ++count;
     }
     kept = kept.trimmed();
-    return kept.isEmpty() ? QStringLiteral("Anon") : kept;
+    return kept.isEmpty() ? uiText("Coop.Anon") : kept;
 }
 
 void CoopSession::setCanvasProvider(CanvasProvider provider)
@@ -209,7 +197,7 @@ void CoopSession::join(const QString &address, const QString &nickname, quint16 
                        const QString &password)
 {
     if (m_role != Role::None) {
-        emit connectionError(AlreadyActive);
+        emit connectionError(uiText("Coop.Error.AlreadyActive"));
         return;
     }
     m_nick = sanitizeNickname(nickname);
@@ -250,11 +238,11 @@ void CoopSession::onClientReadyRead()
             return;
         case coop::FrameDecoder::Result::Oversize:
             teardown("oversize", true);
-            emit connectionError(ProtocolError);
+            emit connectionError(uiText("Coop.Error.Protocol"));
             return;
         case coop::FrameDecoder::Result::BadJson:
             teardown("bad json", true);
-            emit connectionError(ProtocolError);
+            emit connectionError(uiText("Coop.Error.Protocol"));
             return;
         case coop::FrameDecoder::Result::Message:
             dispatchFromHost(message);
@@ -278,7 +266,7 @@ void CoopSession::onChallenge(const QJsonObject &message)
     const int iterations = message.value(Key::Iterations).toInt(0);
     if (salt.size() < 8 || salt.size() > 64 || hostNonce.size() < 8 || hostNonce.size() > 64 ||
         iterations < 1 || iterations > coop::MaxKeyIterations) {
-        endClient("bad challenge", ProtocolError);
+        endClient("bad challenge", uiText("Coop.Error.Protocol"));
         return;
     }
     // Key stretching takes tens of milliseconds: not on this thread.
@@ -312,7 +300,7 @@ void CoopSession::dispatchFromHost(const QJsonObject &message)
         if (m_welcomed)
             return;
         if (message.value(Key::Version).toInt(0) != coop::ProtocolVersion) {
-            endClient("other version", OtherVersion);
+            endClient("other version", uiText("Coop.Error.OtherVersion"));
             return;
         }
         m_myId = message.value(Key::Id).toInt(0);
@@ -356,13 +344,13 @@ void CoopSession::dispatchFromHost(const QJsonObject &message)
         const QJsonValue value = message.value(Key::Reason);
         if (!m_welcomed) {
             // Refused at the door: wrong password, other version, full, ...
-            QString text = value.isString() ? value.toString() : RefusedByHost;
+            QString text = value.isString() ? value.toString() : uiText("Coop.Error.Refused");
             if (message.value(Key::Code).toString() == Code::Password && m_password.isEmpty())
-                text = PasswordNeeded;
+                text = uiText("Coop.Error.PasswordNeeded");
             endClient("refused", text);
             return;
         }
-        const QString reason = value.isString() ? value.toString() : KickedByHostDefault;
+        const QString reason = value.isString() ? value.toString() : uiText("Coop.Error.Kicked");
         pdLog("[PD-Coop] kicked: %s", reason.toUtf8().constData());
         teardown("kicked", true);
         emit kicked(reason);
@@ -389,6 +377,6 @@ void CoopSession::onClientDisconnected()
     pdLog("[PD-Coop] disconnected from host");
     const bool wasWelcomed = m_welcomed;
     teardown("host gone", true);
-    emit connectionError(wasWelcomed ? QStringLiteral("Lost connection to the host.")
-                                     : QStringLiteral("Could not connect to the host."));
+    emit connectionError(wasWelcomed ? uiText("Coop.Error.ConnectionLost")
+                                     : uiText("Coop.Error.CannotConnect"));
 }

@@ -3,6 +3,7 @@
 #include "coop/CoopSession.h"
 
 #include "common/Log.h"
+#include "common/Text.h"
 #include "coop/CoopPeer.h"
 #include "coop/CoopProtocol.h"
 #include "coop/StrokeJson.h"
@@ -39,8 +40,6 @@ constexpr double PictureArea = 1920.0 * 1080.0;
 constexpr qsizetype MaxBytesBeforeJoining = 4096;
 // A refused socket gets this long to take its message before it is cut.
 constexpr int CloseGraceMs = 2000;
-
-const QString KickedByHostSorry = QStringLiteral("You were kicked by the host. Sorry!");
 
 QString addressText(const QHostAddress &address)
 {
@@ -84,8 +83,7 @@ bool CoopSession::host(const QString &nickname, quint16 port, const CoopHostOpti
     }
     auto *server = new QTcpServer(this);
     if (!server->listen(QHostAddress::Any, port)) {
-        m_lastError =
-            QStringLiteral("Could not listen on port %1: %2").arg(port).arg(server->errorString());
+        m_lastError = uiText("Coop.Error.CannotListen").arg(port).arg(server->errorString());
         server->deleteLater();
         pdLog("[PD-Coop] host failed: %s", m_lastError.toUtf8().constData());
         return false;
@@ -173,10 +171,8 @@ bool CoopSession::refuseConnection(QTcpSocket *socket, const QString &address)
     if (record.until > now()) {
         ++m_refusedConnections;
         const qint64 seconds = (record.until - now() + 999) / 1000;
-        closeWithMessage(
-            socket, kickFrame(Code::Backoff,
-                              QStringLiteral("Too many failed attempts. Please try again in %1 s.")
-                                  .arg(seconds)));
+        closeWithMessage(socket,
+                         kickFrame(Code::Backoff, uiText("Coop.Error.Backoff").arg(seconds)));
         return true;
     }
     return false;
@@ -242,20 +238,16 @@ void CoopSession::onHello(Peer *peer, const QJsonObject &message)
     const int version = message.value(Key::Version).toInt(0);
     if (version != coop::ProtocolVersion) {
         refusePeer(peer, Code::Version,
-                   QStringLiteral("This host runs another version of Pennoria: Draw co-op "
-                                  "(protocol %1, yours %2). Please use the same version.")
-                       .arg(coop::ProtocolVersion)
-                       .arg(version));
+                   uiText("Coop.Error.HostVersion").arg(coop::ProtocolVersion).arg(version));
         return;
     }
     const QString nick = sanitizeNickname(message.value(Key::Nick).toString());
     if (m_banned.contains(banKey(peer->address, nick))) {
-        refusePeer(peer, Code::Banned,
-                   QStringLiteral("You were kicked from this session and cannot rejoin it."));
+        refusePeer(peer, Code::Banned, uiText("Coop.Error.Banned"));
         return;
     }
     if (joinedPeers() >= m_limits.maxPeers) {
-        refusePeer(peer, Code::Full, QStringLiteral("The co-op session is full."));
+        refusePeer(peer, Code::Full, uiText("Coop.Error.Full"));
         return;
     }
     peer->nick = nick;
@@ -290,7 +282,7 @@ void CoopSession::onAuth(Peer *peer, const QJsonObject &message)
     }
     penalize(peer->address);
     pdLog("[PD-Coop] wrong password from %s (id=%d)", peer->address.toUtf8().constData(), peer->id);
-    refusePeer(peer, Code::Password, QStringLiteral("Wrong password."));
+    refusePeer(peer, Code::Password, uiText("Coop.Error.WrongPassword"));
 }
 
 void CoopSession::admitPeer(Peer *peer)
@@ -658,7 +650,7 @@ void CoopSession::kick(int id)
         return;
     pdLog("[PD-Coop] kicking id=%d ('%s')", id, peer->nick.toUtf8().constData());
     m_banned.insert(banKey(peer->address, peer->nick));
-    removePeer(peer->socket, KickedByHostSorry, true);
+    removePeer(peer->socket, uiText("Coop.Error.KickedSorry"), true);
 }
 
 // ---- output ----------------------------------------------------------------

@@ -1,5 +1,6 @@
 #include "dock/CanvasChooser.h"
 
+#include "common/Text.h"
 #include "widgets/Icons.h"
 #include "widgets/TintedIcon.h"
 
@@ -29,7 +30,7 @@ QPushButton *entryButton(const QString &text, QWidget *parent)
 CanvasChooser::CanvasChooser(QWidget *parent, const QStringList &canvasNames, CoopEntry coopEntry)
     : QDialog(parent)
 {
-    setWindowTitle(QStringLiteral("Select Canvas"));
+    setWindowTitle(uiText("Chooser.Title"));
     setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
                    Qt::WindowCloseButtonHint);
     setMinimumWidth(280);
@@ -37,7 +38,7 @@ CanvasChooser::CanvasChooser(QWidget *parent, const QStringList &canvasNames, Co
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(12, 12, 12, 12);
     layout->setSpacing(8);
-    layout->addWidget(new QLabel(QStringLiteral("Which canvas do you want to open?"), this));
+    layout->addWidget(new QLabel(uiText("Chooser.Question"), this));
 
     auto *scroll = new QScrollArea(this);
     scroll->setWidgetResizable(true);
@@ -50,9 +51,9 @@ CanvasChooser::CanvasChooser(QWidget *parent, const QStringList &canvasNames, Co
 
     int entries = 0;
     if (coopEntry != CoopEntry::None) {
-        const QString text = coopEntry == CoopEntry::Hosting
-                                 ? QStringLiteral("  Co-op Canvas (hosting)")
-                                 : QStringLiteral("  Co-op Canvas (joined)");
+        const QString text =
+            QStringLiteral("  ") + (coopEntry == CoopEntry::Hosting ? uiText("Chooser.CoopHosting")
+                                                                    : uiText("Chooser.CoopJoined"));
         QPushButton *coop = entryButton(text, list);
         coop->setIcon(tintedSvgIcon(Icons::People, Qt::white, QSize(16, 16)));
         coop->setIconSize(QSize(16, 16));

@@ -1,5 +1,6 @@
 #include "dock/CoopDialogs.h"
 
+#include "common/Text.h"
 #include "coop/CoopPort.h"
 
 #include <QCheckBox>
@@ -26,7 +27,7 @@ QLabel *hintLabel(const QString &text, QWidget *parent)
 
 CoopModeDialog::CoopModeDialog(QWidget *parent, const QString &nickname) : QDialog(parent)
 {
-    setWindowTitle(QStringLiteral("Pennoria: Draw Co-op"));
+    setWindowTitle(uiText("App.CoopTitle"));
     setWindowFlags(CloseOnlyFlags);
     setMinimumWidth(320);
 
@@ -34,25 +35,25 @@ CoopModeDialog::CoopModeDialog(QWidget *parent, const QString &nickname) : QDial
     layout->setContentsMargins(14, 14, 14, 12);
     layout->setSpacing(10);
 
-    layout->addWidget(new QLabel(QStringLiteral("Nickname:"), this));
+    layout->addWidget(new QLabel(uiText("Coop.Nickname"), this));
     m_nicknameEdit = new QLineEdit(nickname, this);
     m_nicknameEdit->setMaxLength(32);
-    m_nicknameEdit->setPlaceholderText(QStringLiteral("Your name"));
+    m_nicknameEdit->setPlaceholderText(uiText("Coop.NicknamePlaceholder"));
     layout->addWidget(m_nicknameEdit);
 
-    layout->addWidget(new QLabel(QStringLiteral("Session password (when hosting):"), this));
+    layout->addWidget(new QLabel(uiText("Coop.HostPassword"), this));
     m_passwordEdit = new QLineEdit(coop::randomPassword(), this);
     m_passwordEdit->setObjectName(QStringLiteral("hostPasswordEdit"));
-    m_passwordEdit->setPlaceholderText(QStringLiteral("None: anyone may join"));
+    m_passwordEdit->setPlaceholderText(uiText("Coop.HostPasswordPlaceholder"));
     m_passwordEdit->setMaxLength(64);
     layout->addWidget(m_passwordEdit);
-    m_guestsMayClearBox = new QCheckBox(QStringLiteral("Guests may clear the canvas"), this);
+    m_guestsMayClearBox = new QCheckBox(uiText("Coop.GuestsMayClear"), this);
     m_guestsMayClearBox->setObjectName(QStringLiteral("guestsMayClearBox"));
     layout->addWidget(m_guestsMayClearBox);
 
     auto *row = new QHBoxLayout;
-    auto *hostButton = new QPushButton(QStringLiteral("Host"), this);
-    auto *joinButton = new QPushButton(QStringLiteral("Join"), this);
+    auto *hostButton = new QPushButton(uiText("Coop.Host"), this);
+    auto *joinButton = new QPushButton(uiText("Coop.Join"), this);
     row->addWidget(hostButton);
     row->addWidget(joinButton);
     layout->addLayout(row);
@@ -65,9 +66,7 @@ CoopModeDialog::CoopModeDialog(QWidget *parent, const QString &nickname) : QDial
         accept();
     });
 
-    QLabel *hint = hintLabel(
-        QStringLiteral("You must port forward on port %1 in order to host.").arg(coop::coopPort()),
-        this);
+    QLabel *hint = hintLabel(uiText("Coop.PortForward").arg(coop::coopPort()), this);
     hint->setWordWrap(true);
     layout->addWidget(hint);
 }
@@ -75,7 +74,7 @@ CoopModeDialog::CoopModeDialog(QWidget *parent, const QString &nickname) : QDial
 QString CoopModeDialog::nickname() const
 {
     const QString trimmed = m_nicknameEdit->text().trimmed();
-    return trimmed.isEmpty() ? QStringLiteral("Anon") : trimmed;
+    return trimmed.isEmpty() ? uiText("Coop.Anon") : trimmed;
 }
 
 QString CoopModeDialog::password() const
@@ -90,7 +89,7 @@ bool CoopModeDialog::guestsMayClear() const
 
 JoinDialog::JoinDialog(QWidget *parent, const QString &address) : QDialog(parent)
 {
-    setWindowTitle(QStringLiteral("Join Co-op Session"));
+    setWindowTitle(uiText("Coop.JoinTitle"));
     setWindowFlags(CloseOnlyFlags);
     setMinimumWidth(300);
 
@@ -98,22 +97,21 @@ JoinDialog::JoinDialog(QWidget *parent, const QString &address) : QDialog(parent
     layout->setContentsMargins(14, 14, 14, 12);
     layout->setSpacing(8);
 
-    layout->addWidget(new QLabel(QStringLiteral("Host's public IP address:"), this));
+    layout->addWidget(new QLabel(uiText("Coop.HostAddress"), this));
     m_addressEdit = new QLineEdit(address, this);
-    m_addressEdit->setPlaceholderText(QStringLiteral("e.g. 203.0.113.7"));
+    m_addressEdit->setPlaceholderText(uiText("Coop.AddressPlaceholder"));
     layout->addWidget(m_addressEdit);
-    layout->addWidget(
-        hintLabel(QStringLiteral("Connects on port %1.").arg(coop::coopPort()), this));
-    layout->addWidget(new QLabel(QStringLiteral("Session password:"), this));
+    layout->addWidget(hintLabel(uiText("Coop.ConnectsOnPort").arg(coop::coopPort()), this));
+    layout->addWidget(new QLabel(uiText("Coop.SessionPassword"), this));
     m_passwordEdit = new QLineEdit(this);
     m_passwordEdit->setObjectName(QStringLiteral("joinPasswordEdit"));
     m_passwordEdit->setEchoMode(QLineEdit::Password);
-    m_passwordEdit->setPlaceholderText(QStringLiteral("Ask the host; empty if there is none"));
+    m_passwordEdit->setPlaceholderText(uiText("Coop.JoinPasswordPlaceholder"));
     m_passwordEdit->setMaxLength(64);
     layout->addWidget(m_passwordEdit);
 
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
-    buttons->button(QDialogButtonBox::Ok)->setText(QStringLiteral("Join"));
+    buttons->button(QDialogButtonBox::Ok)->setText(uiText("Coop.Join"));
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     layout->addWidget(buttons);

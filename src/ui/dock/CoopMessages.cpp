@@ -1,5 +1,7 @@
 #include "dock/CoopMessages.h"
 
+#include "common/Text.h"
+
 #include <QCoreApplication>
 #include <QMessageBox>
 #include <QPointer>
@@ -28,7 +30,7 @@ namespace CoopMessages {
 
 QString title()
 {
-    return QStringLiteral("Pennoria: Draw Co-op");
+    return uiText("App.CoopTitle");
 }
 
 void showFailure(QWidget *parent, const QString &message, std::function<void()> closed)
@@ -44,9 +46,7 @@ void showKick(QWidget *parent, const QString &reason, std::function<void()> clos
 bool confirmEnd(QWidget *parent, bool hosting)
 {
     const QString question =
-        hosting
-            ? QStringLiteral("Stop hosting the co-op session?\nAll joiners will be disconnected.")
-            : QStringLiteral("Leave the co-op session?");
+        hosting ? uiText("Coop.ConfirmStopHosting") : uiText("Coop.ConfirmLeave");
     return QMessageBox::question(parent, title(), question, QMessageBox::Yes | QMessageBox::No) ==
            QMessageBox::Yes;
 }

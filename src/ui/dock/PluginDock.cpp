@@ -1,5 +1,6 @@
 #include "dock/PluginDock.h"
 
+#include "common/Text.h"
 #include "coop/CoopCanvas.h"
 #include "coop/CoopEditorSource.h"
 #include "coop/CoopSession.h"
@@ -30,13 +31,12 @@ PluginDock::PluginDock(std::unique_ptr<DockHost> host, UpdateChecker *updateChec
     row->setContentsMargins(0, 0, 0, 0);
     row->setSpacing(6);
 
-    m_drawButton = new QPushButton(QStringLiteral("  Draw"), this);
+    m_drawButton = new QPushButton(QStringLiteral("  ") + uiText("Dock.Draw"), this);
     m_drawButton->setObjectName(QStringLiteral("drawButton"));
     m_drawButton->setIcon(
         tintedSvgIcon(Icons::Drawing, palette().color(QPalette::ButtonText), QSize(16, 16)));
     m_drawButton->setIconSize(QSize(16, 16));
-    m_drawButton->setToolTip(
-        QStringLiteral("Open or create a Pennoria Canvas on the current scene"));
+    m_drawButton->setToolTip(uiText("Dock.Tooltip.Draw"));
     m_drawButton->setMinimumHeight(32);
     row->addWidget(m_drawButton, 1);
     connect(m_drawButton, &QPushButton::clicked, this, &PluginDock::onButtonClicked);
@@ -97,7 +97,7 @@ void PluginDock::onButtonClicked()
 void PluginDock::createCanvas()
 {
     QPointer<PluginDock> self(this);
-    auto *dialog = new SetupDialog(m_host->mainWindow(), QStringLiteral("Pennoria Canvas"));
+    auto *dialog = new SetupDialog(m_host->mainWindow(), uiText("Setup.DefaultName"));
     const bool accepted = dialog->exec() == QDialog::Accepted;
     const QString name = dialog->name();
     dialog->deleteLater();
@@ -138,9 +138,7 @@ void PluginDock::openEditor(const DockSource &source)
     std::unique_ptr<EditorSource> editorSource =
         source.editorSource ? source.editorSource() : nullptr;
     if (!editorSource) {
-        QMessageBox::warning(mainWindow, QStringLiteral("Pennoria: Draw"),
-                             QStringLiteral("Could not locate the canvas source data.\n"
-                                            "Try restarting OBS."),
+        QMessageBox::warning(mainWindow, uiText("App.Title"), uiText("Dock.SourceDataMissing"),
                              QMessageBox::Ok);
         return;
     }
@@ -152,8 +150,8 @@ void PluginDock::openEditor(const DockSource &source)
     DrawingWindow *window = EditorWindows::open(source.uuid, std::move(editorSource), mainWindow);
     QString scene = m_host->currentSceneName();
     if (scene.isEmpty())
-        scene = QStringLiteral("Unknown");
-    window->setWindowTitle(QStringLiteral("Pennoria: Draw [%1: %2]").arg(scene, source.name));
+        scene = uiText("Dock.UnknownScene");
+    window->setWindowTitle(uiText("Editor.Title.Source").arg(scene, source.name));
 }
 
 void PluginDock::openCoopEditor()
@@ -194,10 +192,10 @@ void PluginDock::cancelUpdateCheck()
 void PluginDock::onUpdateAvailable(const QString &latestVersion, const QString &downloadUrl)
 {
     QPointer<QMessageBox> box = new QMessageBox(m_host->mainWindow());
-    box->setWindowTitle(QStringLiteral("Pennoria: Draw"));
+    box->setWindowTitle(uiText("App.Title"));
     box->setIcon(QMessageBox::Information);
-    box->setText(QStringLiteral("Update available: %1").arg(latestVersion));
-    box->setInformativeText(QStringLiteral("Would you like to update now?"));
+    box->setText(uiText("Update.Available").arg(latestVersion));
+    box->setInformativeText(uiText("Update.Question"));
     box->setStandardButtons(QMessageBox::Yes | QMessageBox::No);
     box->setDefaultButton(QMessageBox::Yes);
     const int answer = box->exec();

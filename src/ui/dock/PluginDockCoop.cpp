@@ -1,6 +1,7 @@
 // The dock's co-op button: its states and the host, join and leave dialogs.
 #include "dock/PluginDock.h"
 
+#include "common/Text.h"
 #include "coop/CoopPort.h"
 #include "coop/CoopSession.h"
 #include "dock/CoopDialogs.h"
@@ -13,11 +14,7 @@
 #include <QMessageBox>
 #include <QPushButton>
 
-namespace {
-
-const QString CoopTitle = CoopMessages::title();
-
-} // namespace
+namespace {} // namespace
 
 void PluginDock::updateCoopButton()
 {
@@ -32,17 +29,15 @@ void PluginDock::updateCoopButton()
     switch (session.role()) {
     case CoopSession::Role::Client:
         style = session.isWelcomed() ? Green : Amber;
-        tip = session.isWelcomed()
-                  ? QStringLiteral("Connected to a co-op session \u2014 click to leave")
-                  : QStringLiteral("Connecting to host\u2026");
+        tip =
+            session.isWelcomed() ? uiText("Dock.Tooltip.CoopConnected") : uiText("Coop.Connecting");
         break;
     case CoopSession::Role::Host:
         style = Green;
-        tip =
-            QStringLiteral("Hosting co-op on port %1 \u2014 click to stop").arg(m_host->coopPort());
+        tip = uiText("Dock.Tooltip.CoopHosting").arg(m_host->coopPort());
         break;
     case CoopSession::Role::None:
-        tip = QStringLiteral("Host or join a Pennoria: Draw co-op session");
+        tip = uiText("Dock.Tooltip.Coop");
         break;
     }
     const QColor iconColor =
@@ -64,8 +59,8 @@ void PluginDock::onCoopButtonClicked()
 
     QPointer<PluginDock> self(this);
     if (m_host->findSources(CoopCanvasTypeId).isEmpty()) {
-        auto *setup = new SetupDialog(mainWindow, QStringLiteral("Pennoria Co-op Canvas"));
-        setup->setWindowTitle(QStringLiteral("Create Co-op Canvas"));
+        auto *setup = new SetupDialog(mainWindow, uiText("Setup.CoopDefaultName"));
+        setup->setWindowTitle(uiText("Setup.CoopTitle"));
         const bool accepted = setup->exec() == QDialog::Accepted;
         const QString name = setup->name();
         setup->deleteLater();
@@ -96,23 +91,16 @@ void PluginDock::startHosting(const CoopModeDialog &choices)
     options.password = choices.password();
     options.guestsMayClear = choices.guestsMayClear();
     if (session.host(choices.nickname(), m_host->coopPort(), options)) {
-        QMessageBox box(
-            QMessageBox::Information, CoopTitle,
-            QStringLiteral("Now hosting a Pennoria: Draw Co-op server on port %1!\n\n"
-                           "Please give your friends your public IP address so they can join.\n\n"
-                           "If you have not port forwarded port %1 already, please do so now, "
-                           "then stop and re-start the server.")
-                .arg(m_host->coopPort()),
-            QMessageBox::Ok, mainWindow);
-        box.setInformativeText(
-            options.password.isEmpty()
-                ? QStringLiteral("Open session: anyone who knows your address can join.")
-                : QStringLiteral("Session password: %1\nYour friends need it to join.")
-                      .arg(options.password));
+        QMessageBox box(QMessageBox::Information, CoopMessages::title(),
+                        uiText("Coop.HostingStarted").arg(m_host->coopPort()), QMessageBox::Ok,
+                        mainWindow);
+        box.setInformativeText(options.password.isEmpty()
+                                   ? uiText("Coop.OpenSession")
+                                   : uiText("Coop.PasswordShown").arg(options.password));
         box.exec();
     } else {
-        QMessageBox::warning(mainWindow, CoopTitle,
-                             QStringLiteral("Could not start hosting:\n") + session.lastError());
+        QMessageBox::warning(mainWindow, CoopMessages::title(),
+                             uiText("Coop.HostFailed").arg(session.lastError()));
     }
 }
 

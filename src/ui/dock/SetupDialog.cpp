@@ -1,5 +1,7 @@
 #include "dock/SetupDialog.h"
 
+#include "common/Text.h"
+
 #include <QDialogButtonBox>
 #include <QLabel>
 #include <QLineEdit>
@@ -10,32 +12,28 @@ SetupDialog::SetupDialog(QWidget *parent, const QString &defaultName) : QDialog(
 {
     setModal(true);
     setFixedWidth(340);
-    setWindowTitle(QStringLiteral("New Pennoria Canvas"));
+    setWindowTitle(uiText("Setup.Title"));
 
     auto *layout = new QVBoxLayout(this);
     layout->setSpacing(12);
     layout->setContentsMargins(16, 16, 16, 16);
 
-    auto *intro =
-        new QLabel(QStringLiteral("<b>Create a Pennoria Canvas</b><br><small>A transparent drawing "
-                                  "layer will be added to the top<br>of your current scene's "
-                                  "source list.</small>"),
-                   this);
+    auto *intro = new QLabel(uiText("Setup.Intro"), this);
     intro->setTextFormat(Qt::RichText);
     intro->setWordWrap(true);
     layout->addWidget(intro);
     layout->addSpacing(4);
 
-    layout->addWidget(new QLabel(QStringLiteral("Source name:"), this));
+    layout->addWidget(new QLabel(uiText("Setup.SourceName"), this));
     m_nameEdit = new QLineEdit(defaultName, this);
-    m_nameEdit->setPlaceholderText(QStringLiteral("Enter a name for this canvas\u2026"));
+    m_nameEdit->setPlaceholderText(uiText("Setup.NamePlaceholder"));
     m_nameEdit->selectAll();
     layout->addWidget(m_nameEdit);
     layout->addSpacing(4);
 
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
     m_okButton = buttons->button(QDialogButtonBox::Ok);
-    m_okButton->setText(QStringLiteral("OK \u2014 Create Canvas"));
+    m_okButton->setText(uiText("Setup.Ok"));
     layout->addWidget(buttons);
 
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);

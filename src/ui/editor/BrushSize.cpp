@@ -1,6 +1,7 @@
 #include "editor/BrushSize.h"
 
 #include "canvas/CanvasWidget.h"
+#include "common/Text.h"
 #include "editor/SliderSpin.h"
 #include "settings/EditorSettings.h"
 
@@ -13,11 +14,11 @@ BrushSize::BrushSize(const EditorContext &context) : EditorFeature(context)
     auto *layout = new QHBoxLayout(m_widget);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(8);
-    layout->addWidget(new QLabel(QStringLiteral("Size:"), m_widget));
+    layout->addWidget(new QLabel(uiText("Editor.Size"), m_widget));
     m_size = new SliderSpin(
         QStringLiteral("brushSize"),
         {BrushSpinMinimum, BrushSliderMaximum, BrushSpinMaximum, int(context.canvas->brushSize())},
-        {110, 82, QStringLiteral(" px")}, m_widget);
+        {110, 82, QStringLiteral(" ") + uiText("Editor.Pixels")}, m_widget);
     m_size->layout()->setSpacing(8);
     connect(m_size, &SliderSpin::valueChanged, this,
             [this](int value) { m_context.canvas->setBrushSize(float(value)); });

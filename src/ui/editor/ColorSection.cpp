@@ -1,6 +1,7 @@
 #include "editor/ColorSection.h"
 
 #include "canvas/CanvasWidget.h"
+#include "common/Text.h"
 #include "editor/EditorStyle.h"
 #include "editor/PopupHost.h"
 #include "settings/EditorSettings.h"
@@ -18,7 +19,7 @@ ColorSection::ColorSection(const EditorContext &context) : EditorFeature(context
     m_button = new QToolButton(context.window);
     m_button->setObjectName(QStringLiteral("colorButton"));
     m_button->setFixedSize(28, 28);
-    m_button->setToolTip(QStringLiteral("Toggle colour picker"));
+    m_button->setToolTip(uiText("Editor.Tooltip.Color"));
     m_popup =
         context.popups->create(QStringLiteral("colorPickerSection"), m_button, QFrame::NoFrame);
     connect(m_button, &QToolButton::clicked, this, [this] { m_context.popups->toggle(m_popup); });
@@ -34,7 +35,7 @@ ColorSection::ColorSection(const EditorContext &context) : EditorFeature(context
     auto *row = new QHBoxLayout();
     row->setContentsMargins(0, 0, 0, 0);
     row->setSpacing(6);
-    row->addWidget(new QLabel(QStringLiteral("Opacity:"), m_popup));
+    row->addWidget(new QLabel(uiText("Editor.Opacity"), m_popup));
     m_opacity = new QSlider(Qt::Horizontal, m_popup);
     m_opacity->setObjectName(QStringLiteral("opacitySlider"));
     m_opacity->setRange(0, 100);

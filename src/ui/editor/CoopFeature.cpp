@@ -1,6 +1,7 @@
 #include "editor/CoopFeature.h"
 
 #include "canvas/CanvasWidget.h"
+#include "common/Text.h"
 #include "editor/CoopUsersPopup.h"
 #include "editor/PopupHost.h"
 #include "engine/CanvasDocument.h"
@@ -23,7 +24,7 @@ CoopFeature::CoopFeature(const EditorContext &context, CoopFacet *coop, QToolBut
     const QSize personSize(18, 18);
     usersButton->setIcon(tintedSvgIcon(Icons::Person, context.iconColor, personSize));
     usersButton->setIconSize(personSize);
-    usersButton->setToolTip(QStringLiteral("Connected users"));
+    usersButton->setToolTip(uiText("Editor.Tooltip.Users"));
     connect(usersButton, &QToolButton::clicked, this, &CoopFeature::toggleUsers);
     m_users = new CoopUsersPopup(context.window);
     m_users->setAnchor(usersButton);

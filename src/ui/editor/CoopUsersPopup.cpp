@@ -1,5 +1,6 @@
 #include "editor/CoopUsersPopup.h"
 
+#include "common/Text.h"
 #include "editor/EditorStyle.h"
 
 #include <QHBoxLayout>
@@ -20,16 +21,16 @@ CoopUsersPopup::CoopUsersPopup(QWidget *parent) : QFrame(parent, Qt::Popup)
 
 QString CoopUsersPopup::displayName(const CoopParticipant &user)
 {
-    return user.nick.isEmpty() ? QStringLiteral("Anon") : user.nick;
+    return user.nick.isEmpty() ? uiText("Coop.Anon") : user.nick;
 }
 
 QString CoopUsersPopup::rowName(const CoopParticipant &user)
 {
     QString name = displayName(user);
     if (user.isHost)
-        name += QStringLiteral("  (host)");
+        name += QStringLiteral("  ") + uiText("Users.Host");
     if (user.isSelf)
-        name += QStringLiteral("  (you)");
+        name += QStringLiteral("  ") + uiText("Users.You");
     return name;
 }
 
@@ -39,7 +40,7 @@ QString CoopUsersPopup::pingText(const CoopParticipant &user)
         return QStringLiteral("\u2014");
     if (user.pingMs < 0)
         return QStringLiteral("\u2026");
-    return QStringLiteral("%1 ms").arg(user.pingMs);
+    return uiText("Users.Ping").arg(user.pingMs);
 }
 
 void CoopUsersPopup::setUsers(const QList<CoopParticipant> &users, bool localIsHost)
@@ -53,7 +54,7 @@ void CoopUsersPopup::setUsers(const QList<CoopParticipant> &users, bool localIsH
 
     // Shown at once rather than by the layout's queued show, so that the size
     // is right as soon as the rows are in.
-    auto *header = new QLabel(QStringLiteral("<b>Connected \u2014 %1</b>").arg(users.size()), this);
+    auto *header = new QLabel(uiText("Users.Header").arg(users.size()), this);
     header->setObjectName(QStringLiteral("usersHeader"));
     m_rows.append(header);
     for (const CoopParticipant &user : users)
@@ -80,7 +81,7 @@ QWidget *CoopUsersPopup::buildRow(const CoopParticipant &user, bool localIsHost)
         auto *kick = new QToolButton(row);
         kick->setAutoRaise(true);
         kick->setText(QStringLiteral("\u2715"));
-        kick->setToolTip(QStringLiteral("Kick %1").arg(displayName(user)));
+        kick->setToolTip(uiText("Users.Tooltip.Kick").arg(displayName(user)));
         const int id = user.id;
         connect(kick, &QToolButton::clicked, this, [this, id] { emit kickRequested(id); });
         layout->addWidget(kick);

@@ -2,6 +2,7 @@
 
 #include "canvas/CanvasWidget.h"
 #include "common/Log.h"
+#include "common/Text.h"
 #include "editor/BrushSize.h"
 #include "editor/ColorSection.h"
 #include "editor/CoopFeature.h"
@@ -89,8 +90,7 @@ DrawingWindow::DrawingWindow(std::unique_ptr<EditorSource> source, QWidget *pare
         m_canvasKey = m_source->canvasKey();
     }
 
-    setWindowTitle(isCoopMode() ? QStringLiteral("Pennoria: Draw \u2014 Co-op Canvas")
-                                : QStringLiteral("Pennoria Canvas \u2014 Draw"));
+    setWindowTitle(isCoopMode() ? uiText("Editor.Title.Coop") : uiText("Editor.Title"));
     setModal(false);
     QCoreApplication::instance()->installEventFilter(this);
 
@@ -140,8 +140,8 @@ void DrawingWindow::buildFeatures()
     layersButton->setFixedSize(32, 32);
     layersButton->setIcon(tintedSvgIcon(Icons::Layers, context.iconColor, iconSize));
     layersButton->setIconSize(iconSize);
-    layersButton->setToolTip(QStringLiteral("Layers"));
-    auto *clear = new QPushButton(QStringLiteral("Clear"), this);
+    layersButton->setToolTip(uiText("Editor.Tooltip.Layers"));
+    auto *clear = new QPushButton(uiText("Editor.Clear"), this);
     clear->setObjectName(QStringLiteral("clearButton"));
     clear->setMinimumWidth(64);
     clear->setAutoDefault(false);

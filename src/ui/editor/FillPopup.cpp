@@ -1,6 +1,7 @@
 #include "editor/FillPopup.h"
 
 #include "canvas/CanvasWidget.h"
+#include "common/Text.h"
 #include "editor/PopupHost.h"
 #include "editor/SliderSpin.h"
 #include "settings/EditorSettings.h"
@@ -12,7 +13,7 @@ FillPopup::FillPopup(const EditorContext &context, LongPressButton *fillButton)
     m_popup = context.popups->createHeld(QStringLiteral("fillPopup"), fillButton);
     m_tolerance = new SliderSpin(QStringLiteral("fillTolerance"), {0, 255, 255, 30},
                                  {90, 56, QString()}, m_popup);
-    m_tolerance->fillRow(m_popup, QStringLiteral("Tolerance:"));
+    m_tolerance->fillRow(m_popup, uiText("Editor.Tolerance"));
     connect(m_tolerance, &SliderSpin::valueChanged, context.canvas,
             &CanvasWidget::setFillTolerance);
 }

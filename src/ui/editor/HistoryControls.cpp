@@ -2,6 +2,7 @@
 
 #include "canvas/CanvasWidget.h"
 #include "common/Log.h"
+#include "common/Text.h"
 #include "widgets/Icons.h"
 #include "widgets/TintedIcon.h"
 
@@ -35,9 +36,9 @@ QToolButton *rowButton(QWidget *parent, const QString &name, const QString &svg,
 HistoryControls::HistoryControls(const EditorContext &context) : EditorFeature(context)
 {
     m_undo = rowButton(context.window, QStringLiteral("undoButton"), Icons::Undo, context.iconColor,
-                       QStringLiteral("Undo  (Ctrl+Z)"));
+                       uiText("Editor.Tooltip.Undo"));
     m_redo = rowButton(context.window, QStringLiteral("redoButton"), Icons::Redo, context.iconColor,
-                       QStringLiteral("Redo  (Ctrl+Y  /  Ctrl+Shift+Z)"));
+                       uiText("Editor.Tooltip.Redo"));
     CanvasWidget *canvas = context.canvas;
     connect(canvas, &CanvasWidget::undoAvailabilityChanged, m_undo, &QToolButton::setEnabled);
     connect(canvas, &CanvasWidget::redoAvailabilityChanged, m_redo, &QToolButton::setEnabled);

@@ -1,6 +1,7 @@
 #include "editor/PreviewPopup.h"
 
 #include "canvas/CanvasWidget.h"
+#include "common/Text.h"
 #include "editor/EditorStyle.h"
 #include "editor/PopupHost.h"
 #include "editor/SliderSpin.h"
@@ -18,7 +19,7 @@ PreviewPopup::PreviewPopup(const EditorContext &context) : EditorFeature(context
     m_button = EditorStyle::flatButton<LongPressButton>(
         context.window, QStringLiteral("previewButton"),
         tintedSvgIcon(Icons::Preview, context.iconColor, iconSize), QSize(32, 32), iconSize,
-        QStringLiteral("Preview Scene  (hold for opacity)"));
+        uiText("Editor.Tooltip.Preview"));
     m_button->setFlat(false);
     m_button->showIndicator = true;
     connect(m_button, &LongPressButton::clicked, this, &PreviewPopup::setShown);
@@ -26,7 +27,7 @@ PreviewPopup::PreviewPopup(const EditorContext &context) : EditorFeature(context
     m_popup = context.popups->createHeld(QStringLiteral("previewPopup"), m_button);
     m_opacity = new SliderSpin(QStringLiteral("previewOpacity"), {0, 100, 100, 100},
                                {90, 68, QStringLiteral("%")}, m_popup);
-    m_opacity->fillRow(m_popup, QStringLiteral("Opacity:"));
+    m_opacity->fillRow(m_popup, uiText("Editor.Opacity"));
     connect(m_opacity, &SliderSpin::valueChanged, this, &PreviewPopup::applyOpacity);
 
     m_timer = new QTimer(this);

@@ -1,6 +1,7 @@
 #include "editor/ShapesPopup.h"
 
 #include "canvas/CanvasWidget.h"
+#include "common/Text.h"
 #include "editor/EditorStyle.h"
 #include "editor/PopupHost.h"
 #include "settings/EditorSettings.h"
@@ -20,6 +21,7 @@ namespace {
 
 const QSize IconSize(18, 18);
 
+// Object names of the shape buttons, in ShapeType order.
 const char *const ShapeNames[ShapeTypeCount] = {"Rectangle", "Ellipse",  "Triangle", "Diamond",
                                                 "Star",      "Pentagon", "Hexagon",  "Arrow",
                                                 "Heart",     "Cross"};
@@ -54,10 +56,16 @@ ShapesPopup::ShapesPopup(const EditorContext &context, QPushButton *shapesButton
     row->setSpacing(8);
     auto *grid = new QGridLayout();
     m_types = new QButtonGroup(this);
+    const QString tooltips[ShapeTypeCount] = {
+        uiText("Editor.Shape.Rectangle"), uiText("Editor.Shape.Ellipse"),
+        uiText("Editor.Shape.Triangle"),  uiText("Editor.Shape.Diamond"),
+        uiText("Editor.Shape.Star"),      uiText("Editor.Shape.Pentagon"),
+        uiText("Editor.Shape.Hexagon"),   uiText("Editor.Shape.Arrow"),
+        uiText("Editor.Shape.Heart"),     uiText("Editor.Shape.Cross")};
     for (int id = 0; id < ShapeTypeCount; ++id) {
-        const QString name = QString::fromLatin1(ShapeNames[id]);
-        QPushButton *button = shapeButton(QStringLiteral("shape") + name,
-                                          shapeOutlineIcon(id, context.iconColor, IconSize), name);
+        QPushButton *button =
+            shapeButton(QStringLiteral("shape") + QString::fromLatin1(ShapeNames[id]),
+                        shapeOutlineIcon(id, context.iconColor, IconSize), tooltips[id]);
         m_types->addButton(button, id);
         grid->addWidget(button, id / 5, id % 5);
     }
@@ -69,13 +77,14 @@ ShapesPopup::ShapesPopup(const EditorContext &context, QPushButton *shapesButton
     auto *modes = new QVBoxLayout();
     modes->setSpacing(4);
     m_modes = new QButtonGroup(this);
-    QPushButton *filled = shapeButton(
-        QStringLiteral("shapeFilled"),
-        tintedSvgIcon(Icons::ShapesFilled, context.iconColor, IconSize), QStringLiteral("Filled"));
+    QPushButton *filled =
+        shapeButton(QStringLiteral("shapeFilled"),
+                    tintedSvgIcon(Icons::ShapesFilled, context.iconColor, IconSize),
+                    uiText("Editor.Shape.Filled"));
     QPushButton *outline =
         shapeButton(QStringLiteral("shapeOutline"),
                     tintedSvgIcon(Icons::ShapesOutline, context.iconColor, IconSize),
-                    QStringLiteral("Outline"));
+                    uiText("Editor.Shape.Outline"));
     filled->setChecked(true);
     m_modes->addButton(filled, int(Mode::Filled));
     m_modes->addButton(outline, int(Mode::Outline));
@@ -89,7 +98,7 @@ ShapesPopup::ShapesPopup(const EditorContext &context, QPushButton *shapesButton
     eraseColumn->addStretch();
     m_erase = shapeButton(QStringLiteral("shapeEraseButton"),
                           tintedSvgIcon(Icons::Eraser, context.iconColor, IconSize),
-                          QStringLiteral("Erase shape area"));
+                          uiText("Editor.Shape.Erase"));
     connect(m_erase, &QPushButton::toggled, context.canvas, &CanvasWidget::setShapeErase);
     eraseColumn->addWidget(m_erase);
     eraseColumn->addStretch();
@@ -103,15 +112,15 @@ void ShapesPopup::buildTip()
     const QString textStyle = QStringLiteral("font-size: 10px; color: palette(window-text);");
     auto *tip = new QHBoxLayout();
     tip->setSpacing(3);
-    auto *start = new QLabel(QStringLiteral("Tip: Use the"), m_popup);
+    auto *start = new QLabel(uiText("Editor.Shape.TipStart"), m_popup);
     start->setStyleSheet(textStyle);
-    auto *keyCap = new QLabel(QStringLiteral("Shift"), m_popup);
+    auto *keyCap = new QLabel(uiText("Editor.Shape.TipKey"), m_popup);
     keyCap->setStyleSheet(QStringLiteral("font-size: 9px; font-weight: bold; background: "
                                          "palette(button); color: palette(button-text); border: "
                                          "1px solid %1; border-bottom: 2px solid %1; "
                                          "border-radius: 3px; padding: 1px 4px;")
                               .arg(EditorStyle::mutedColor(m_context.window->palette()).name()));
-    auto *end = new QLabel(QStringLiteral("key to disable stretching"), m_popup);
+    auto *end = new QLabel(uiText("Editor.Shape.TipEnd"), m_popup);
     end->setStyleSheet(textStyle);
     tip->addWidget(start);
     tip->addWidget(keyCap);

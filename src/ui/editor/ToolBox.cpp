@@ -1,6 +1,7 @@
 #include "editor/ToolBox.h"
 
 #include "canvas/CanvasWidget.h"
+#include "common/Text.h"
 #include "editor/EditorStyle.h"
 #include "settings/EditorSettings.h"
 #include "widgets/Icons.h"
@@ -37,18 +38,18 @@ ToolBox::ToolBox(const EditorContext &context, QWidget *trailing) : EditorFeatur
     const QColor ink = context.iconColor;
     auto *brush = EditorStyle::flatButton<QPushButton>(
         m_frame, QStringLiteral("brushButton"), tintedSvgIcon(Icons::Brush, ink, IconSize),
-        ButtonSize, IconSize, QStringLiteral("Brush"));
+        ButtonSize, IconSize, uiText("Editor.Tooltip.Brush"));
     brush->setChecked(true);
     auto *eraser = EditorStyle::flatButton<QPushButton>(
         m_frame, QStringLiteral("eraserButton"), tintedSvgIcon(Icons::Eraser, ink, IconSize),
-        ButtonSize, IconSize, QStringLiteral("Eraser"));
+        ButtonSize, IconSize, uiText("Editor.Tooltip.Eraser"));
     m_fill = EditorStyle::flatButton<LongPressButton>(
         m_frame, QStringLiteral("fillButton"), tintedSvgIcon(Icons::FillBucket, ink, IconSize),
-        ButtonSize, IconSize, QStringLiteral("Fill Bucket  (hold for tolerance)"));
+        ButtonSize, IconSize, uiText("Editor.Tooltip.Fill"));
     m_fill->showIndicator = true;
     m_shapes = EditorStyle::flatButton<QPushButton>(
         m_frame, QStringLiteral("shapesButton"), tintedSvgIcon(Icons::ShapesFilled, ink, IconSize),
-        ButtonSize, IconSize, QStringLiteral("Shapes"));
+        ButtonSize, IconSize, uiText("Editor.Tooltip.Shapes"));
 
     m_group = new QButtonGroup(this);
     m_group->setExclusive(true);

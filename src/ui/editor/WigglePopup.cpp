@@ -1,6 +1,7 @@
 #include "editor/WigglePopup.h"
 
 #include "canvas/CanvasWidget.h"
+#include "common/Text.h"
 #include "common/Wiggle.h"
 #include "editor/EditorStyle.h"
 #include "editor/PopupHost.h"
@@ -20,7 +21,7 @@ WigglePopup::WigglePopup(const EditorContext &context) : EditorFeature(context)
     m_button = EditorStyle::flatButton<LongPressButton>(
         context.window, QStringLiteral("jitterButton"),
         jitterWavesIcon(context.iconColor, iconSize), QSize(32, 32), iconSize,
-        QStringLiteral("Jitter  (hold for amount)"));
+        uiText("Editor.Tooltip.Jitter"));
     m_button->showIndicator = true;
     connect(m_button, &LongPressButton::clicked, this, &WigglePopup::setEnabled);
 
@@ -34,9 +35,9 @@ WigglePopup::WigglePopup(const EditorContext &context) : EditorFeature(context)
     auto *grid = new QGridLayout(m_popup);
     grid->setContentsMargins(8, 6, 8, 6);
     grid->setSpacing(6);
-    grid->addWidget(new QLabel(QStringLiteral("Amount:"), m_popup), 0, 0);
+    grid->addWidget(new QLabel(uiText("Editor.Amount"), m_popup), 0, 0);
     grid->addWidget(m_amount, 0, 1);
-    grid->addWidget(new QLabel(QStringLiteral("Speed:"), m_popup), 1, 0);
+    grid->addWidget(new QLabel(uiText("Editor.Speed"), m_popup), 1, 0);
     grid->addWidget(m_speed, 1, 1);
 }
 

@@ -2,6 +2,7 @@
 
 #include "canvas/CanvasWidget.h"
 #include "common/Log.h"
+#include "common/Text.h"
 #include "layers/ClickCatcher.h"
 #include "layers/DragDetector.h"
 #include "widgets/Icons.h"
@@ -75,7 +76,7 @@ LayerPanel::LayerPanel(CanvasWidget *canvas, QWidget *parent) : QWidget(parent),
     m_pinButton->setObjectName(QStringLiteral("pinButton"));
     m_pinButton->setCheckable(true);
     m_pinButton->setChecked(false);
-    m_pinButton->setToolTip(QStringLiteral("Pin panel to the side"));
+    m_pinButton->setToolTip(uiText("Layers.Tooltip.Pin"));
     m_pinButton->setIcon(
         tintedSvgIcon(Icons::Pin, palette().color(QPalette::ButtonText), QSize(18, 18)));
     m_pinButton->setIconSize(QSize(18, 18));
@@ -86,7 +87,7 @@ LayerPanel::LayerPanel(CanvasWidget *canvas, QWidget *parent) : QWidget(parent),
     m_deleteButton = makeToolButton(QSize(24, 24), footer);
     m_deleteButton->setObjectName(QStringLiteral("deleteButton"));
     m_deleteButton->setText(QStringLiteral("\u2212"));
-    m_deleteButton->setToolTip(QStringLiteral("Delete active layer"));
+    m_deleteButton->setToolTip(uiText("Layers.Tooltip.Delete"));
     m_deleteButton->setEnabled(false);
     connect(m_deleteButton, &QToolButton::clicked, this, &LayerPanel::onDeleteLayer);
     footerLayout->addWidget(m_deleteButton);
@@ -94,7 +95,7 @@ LayerPanel::LayerPanel(CanvasWidget *canvas, QWidget *parent) : QWidget(parent),
     auto *addButton = makeToolButton(QSize(24, 24), footer);
     addButton->setObjectName(QStringLiteral("addButton"));
     addButton->setText(QStringLiteral("+"));
-    addButton->setToolTip(QStringLiteral("Add layer"));
+    addButton->setToolTip(uiText("Layers.Tooltip.Add"));
     connect(addButton, &QToolButton::clicked, this, &LayerPanel::onAddLayer);
     footerLayout->addWidget(addButton);
     layout->addWidget(footer);
@@ -190,7 +191,7 @@ QWidget *LayerPanel::buildRow(int layer, int row, int count, int activeLayer)
     auto *up = makeToolButton(QSize(18, 18), rowWidget);
     up->setObjectName(QStringLiteral("upButton"));
     up->setText(QStringLiteral("\u25B2"));
-    up->setToolTip(QStringLiteral("Move layer up"));
+    up->setToolTip(uiText("Layers.Tooltip.Up"));
     up->setEnabled(layer < count - 1);
     connect(up, &QToolButton::clicked, this, [canvas, layer] {
         if (canvas)
@@ -201,7 +202,7 @@ QWidget *LayerPanel::buildRow(int layer, int row, int count, int activeLayer)
     auto *down = makeToolButton(QSize(18, 18), rowWidget);
     down->setObjectName(QStringLiteral("downButton"));
     down->setText(QStringLiteral("\u25BC"));
-    down->setToolTip(QStringLiteral("Move layer down"));
+    down->setToolTip(uiText("Layers.Tooltip.Down"));
     down->setEnabled(layer != 0);
     connect(down, &QToolButton::clicked, this, [canvas, layer] {
         if (canvas)

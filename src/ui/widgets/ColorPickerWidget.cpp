@@ -1,5 +1,7 @@
 #include "widgets/ColorPickerWidget.h"
 
+#include "common/Text.h"
+
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -68,16 +70,16 @@ ColorPickerWidget::ColorPickerWidget(QWidget *parent) : QWidget(parent)
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addSpacing(224);
     auto *rgbRow = new QHBoxLayout;
-    rgbRow->addWidget(new QLabel(QStringLiteral("R:"), this));
+    rgbRow->addWidget(new QLabel(uiText("ColorPicker.Red"), this));
     rgbRow->addWidget(m_redSpin);
-    rgbRow->addWidget(new QLabel(QStringLiteral("G:"), this));
+    rgbRow->addWidget(new QLabel(uiText("ColorPicker.Green"), this));
     rgbRow->addWidget(m_greenSpin);
-    rgbRow->addWidget(new QLabel(QStringLiteral("B:"), this));
+    rgbRow->addWidget(new QLabel(uiText("ColorPicker.Blue"), this));
     rgbRow->addWidget(m_blueSpin);
     rgbRow->addStretch();
     layout->addLayout(rgbRow);
     auto *hexRow = new QHBoxLayout;
-    hexRow->addWidget(new QLabel(QStringLiteral("HEX:"), this));
+    hexRow->addWidget(new QLabel(uiText("ColorPicker.Hex"), this));
     hexRow->addWidget(m_hexEdit);
     hexRow->addStretch();
     layout->addLayout(hexRow);
