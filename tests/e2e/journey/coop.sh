@@ -15,6 +15,7 @@ source "$(dirname "$0")/lib.sh"
 PD_COOP_PORT=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
 export PD_COOP_PORT
 GREEN='#00ff00' BLUE='#0000ff'
+PASSWORD=journeypass42 # typed over the host's proposed password, then by the guest
 start_display 2700x1700
 
 # Instance state: OBS_PID MAIN DOCK EDITOR EDITOR_Y of the one being driven.
@@ -36,12 +37,17 @@ for who in host guest; do
   save "$who"
 done
 
-# The host: a co-op canvas, then Host (Tab from the nickname field, Space).
+# The host: a co-op canvas, a known session password over the proposed one,
+# then Host. Focus order: nickname, password, "guests may clear", Host, Join.
 use host
 coop_mode_dialog Hosty
 shot "$MODE" 01-host-join-dialog
-readable 01-host-join-dialog 4
-keys "$MODE" Tab space
+# Rows: nickname label and field, password label and field, the check box,
+# Host/Join, the port-forward hint (two lines at the dialog's width).
+readable 01-host-join-dialog 8
+keys "$MODE" Tab ctrl+a
+type_text "$MODE" "$PASSWORD"
+keys "$MODE" Tab Tab space
 info=$(wait_window "^Pennoria: Draw Co-op\$") || die "host: hosting did not start"
 shot "$info" 02-hosting-info
 readable 02-hosting-info
@@ -50,15 +56,18 @@ check "#11 the module ignores the test port" "the host listens on the private po
   grep -qF "port $PD_COOP_PORT" "$OUT/host/config/obs-studio/logs/"*.txt
 check "hosting state not shown" "the host's co-op button turns green" is_green "$(coop_button_colour)"
 
-# The guest: a co-op canvas, Join, the address.
+# The guest: a co-op canvas, Join, the address and the session password.
 use guest
 coop_mode_dialog Guesty
-keys "$MODE" Tab Tab space
+keys "$MODE" Tab Tab Tab Tab space
 join=$(wait_window "^Join Co-op Session\$") || die "guest: no join dialog"
 keys "$join" ctrl+a
 type_text "$join" 127.0.0.1
+keys "$join" Tab
+type_text "$join" "$PASSWORD"
 shot "$join" 03-join-dialog
-readable 03-join-dialog 4
+# Rows: address label and field, the port hint, password label and field, Join/Cancel.
+readable 03-join-dialog 6
 keys "$join" Return
 sleep 2
 check "joining fails" "the guest's co-op button turns green" is_green "$(coop_button_colour)"
