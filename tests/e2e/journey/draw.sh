@@ -63,11 +63,14 @@ check "Ctrl+Y not routed to the editor" "Ctrl+Y brings the fill back in OBS's pr
   at_least "$(preview_count 07-redone "$BLUE")" 15000
 
 click "$EDITOR" "$TOOL_ERASER" $ROW_Y
+# Only the eraser drag's lines count: opening the editor and the fill log some too.
+composites=$(grep -c 'FlatComposite' "$(ls -t "$P"/config/obs-studio/logs/*.txt | head -n 1)" || true)
 drag "$EDITOR" 950 200 1050 200 # the end of the stroke
 sleep 2 # the canvas files are written 1.5 s after the last change
 stop_obs "$P" first-run
-check "#9 a log line per eraser move" "one eraser drag logs at most 2 FlatComposite lines" \
-  at_most "$(grep -c 'FlatComposite' "$OUT/first-run.log")" 2
+composites=$(($(grep -c 'FlatComposite' "$OUT/first-run.log" || true) - composites))
+check "#9 a log line per eraser move" "one eraser drag logs at most 2 FlatComposite lines ($composites)" \
+  at_most "$composites" 2
 check "#9 every shortcut logged many times over" "Ctrl+Z and Ctrl+Y log at most 3 lines each" \
   at_most "$(grep -c '\[PD-Undo\]' "$OUT/first-run.log")" 6
 start_obs "$P"
