@@ -15,6 +15,8 @@
 
 #include <obs-module.h>
 
+#include <atomic>
+
 // The editor on the real libobs: what only the host shows.
 class TestEditorHost : public QObject {
     Q_OBJECT
@@ -30,7 +32,7 @@ private:
 };
 
 // Faults: an editor source for a co-op source or none; a wrong key or size;
-// the reference released early or never.
+// the source kept alive by its editor.
 void TestEditorHost::editorSourceContract()
 {
     QVERIFY(!makeEditorSource(nullptr));
@@ -43,12 +45,15 @@ void TestEditorHost::editorSourceContract()
     QCOMPARE(source->canvasKey(), QString::fromUtf8(obs_source_get_uuid(raw)));
     QCOMPARE(source->canvasSize(), QSize(640, 360));
     QVERIFY(!source->coop());
+    // The editor must not keep a deleted source alive: its view holds a weak
+    // reference, reports the destruction and then does nothing.
+    std::atomic<bool> removed{false};
+    source->setRemovedCallback([&removed] { removed = true; });
     obs_source_release(raw);
-    obs_wait_for_destroy_queue();
-    QVERIFY(SourceRegistry::instance().find(raw));
-    source.reset();
     QTRY_VERIFY_WITH_TIMEOUT((obs_wait_for_destroy_queue(), !SourceRegistry::instance().find(raw)),
                              10000);
+    QVERIFY(removed);
+    source->commit({}, QImage(640, 360, QImage::Format_RGBA8888));
 }
 
 // Faults: strokes that do not reach the source; the editor left open on a
