@@ -38,7 +38,7 @@ ConnectWindow::ConnectWindow(QWidget *parent) : QDialog(parent)
 
     m_status = new QLabel(this);
     m_status->setObjectName(QStringLiteral("statusLabel"));
-    m_status->setStyleSheet(QStringLiteral("color: palette(mid);"));
+    m_status->setStyleSheet(QStringLiteral("color: palette(window-text);"));
     layout->addWidget(m_status);
 
     auto *buttons = new QDialogButtonBox(this);

@@ -19,7 +19,7 @@ constexpr Qt::WindowFlags CloseOnlyFlags =
 QLabel *hintLabel(const QString &text, QWidget *parent)
 {
     auto *hint = new QLabel(text, parent);
-    hint->setStyleSheet(QStringLiteral("color: palette(mid);"));
+    hint->setStyleSheet(QStringLiteral("color: palette(window-text);"));
     return hint;
 }
 
