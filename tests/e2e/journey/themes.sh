@@ -57,12 +57,18 @@ for theme in dark light; do
 
   coop_mode_dialog Sam coop-setup-dialog
   shot "$MODE" host-join-dialog
-  readable host-join-dialog 4
-  keys "$MODE" Tab Tab space
+  # Rows: nickname label and field, password label and field, the check box,
+  # Host/Join, the port-forward hint (two lines). Focus order: nickname,
+  # password, "guests may clear", Host, Join.
+  readable host-join-dialog 8
+  keys "$MODE" Tab Tab Tab Tab space
   join=$(wait_window "^Join Co-op Session\$") || die "no join dialog"
   type_text "$join" 192.0.2.1
+  keys "$join" Tab
+  type_text "$join" secret
   shot "$join" join-dialog
-  readable join-dialog 4
+  # Rows: address label and field, the port hint, password label and field, Join/Cancel.
+  readable join-dialog 6
   keys "$join" Escape
   stop_obs "$P" "$theme"
 done
