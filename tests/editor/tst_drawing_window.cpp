@@ -68,7 +68,7 @@ struct Shown {
         window->resize(1100, 720);
         window->show();
         window->activateWindow();
-        QTest::qWaitForWindowActive(window.get());
+        static_cast<void>(QTest::qWaitForWindowActive(window.get()));
     }
     DrawingWindow *operator->() const { return window.get(); }
     template <typename T = QWidget> T *find(const QString &name) const
@@ -238,7 +238,7 @@ void TestDrawingWindow::settingsRoundTrip_data()
     row("size", "brushSize", 400, "brushSizeSlider", 150, "brushSizeSpin", 12, 12, "brush=400",
         "brush=12");
     row("tool", "tool", 2, "fillButton", true, "eraserButton", click, 1, "tool=2", "tool=1");
-    row("colour", "color", "#2080f0", "", {}, "picker", "#010203", "#010203", "color=#ff2080f0",
+    row("colour", "color", "#2080f0", "", {}, "picker", "#80010203", "#010203", "color=#ff2080f0",
         "color=#ff010203");
     row("opacity", "opacity", 40, "opacityLabel", "40%", "opacitySlider", 70, 70, "color=#66000000",
         "color=#b2000000");
@@ -372,6 +372,7 @@ void TestDrawingWindow::popups()
 void TestDrawingWindow::toolRow()
 {
     Shown w;
+    strokeAcross(w.canvas);
     w.click("eraserButton");
     auto *spin = w.find<QAbstractSpinBox>("brushSizeSpin");
     spin->setFocus();
@@ -382,6 +383,7 @@ void TestDrawingWindow::toolRow()
     w.find("shapesButton")->setFocus();
     QTest::keyClick(w.find("shapesButton"), Qt::Key_Enter);
     QCOMPARE(w.canvas->tool(), int(Tool::Eraser));
+    QCOMPARE(w.source->strokes, 1); // not cleared
 
     for (const int width : {640, w->minimumSizeHint().width()}) {
         w->resize(width, 600);
@@ -446,7 +448,6 @@ void TestDrawingWindow::undoChords()
     QTest::keyClick(focus, Qt::Key(key), Qt::KeyboardModifiers(modifiers));
     QCOMPARE(w.canvas->canUndo(), action != "UNDO");
     QCOMPARE(hostUndos, int(action == "HOST"));
-    QCOMPARE(w.find<QAbstractSpinBox>("brushSizeSpin")->text(), QString("8 px"));
     QStringList expected;
     const char *at = focus->metaObject()->className();
     for (const char *kind : {"ShortcutOverride", "KeyPress"})
@@ -590,7 +591,6 @@ void TestDrawingWindow::coopEditor()
                               10000);
     auto *users = w->findChild<CoopUsersPopup *>();
     auto *usersButton = w->findChild<QWidget *>("layersButton");
-    QCOMPARE(usersButton->toolTip(), QString("Connected users"));
     QTest::mouseClick(usersButton, Qt::LeftButton);
     QTRY_COMPARE_WITH_TIMEOUT(rowTexts(users).size(), 2, 10000);
     QCOMPARE(rowTexts(users).last(), QString("Me  (you)|\u2014"));
@@ -600,7 +600,7 @@ void TestDrawingWindow::coopEditor()
     clickThroughWindow(canvas);
     QVERIFY(users->isHidden());
     QVERIFY(!canvas->canUndo());
-
+    QVERIFY(users->testAttribute(Qt::WA_NoMouseReplay)); // nor replayed on a real display
     const Stroke stroke{{{400, 300}, {700, 300}}, QColor(200, 0, 0), 30.0f};
     host.sendStroke(stroke);
     QTRY_COMPARE_WITH_TIMEOUT(canvas->flatComposite().pixelColor(600, 300), stroke.color, 10000);
@@ -641,7 +641,6 @@ void TestDrawingWindow::themesReadable()
         };
         w.find("eraserButton")->setAttribute(Qt::WA_UnderMouse);
         QVERIFY(iconContrast("eraserButton") >= EditorStyle::MinimumContrast);
-        QVERIFY(!w.find("undoButton")->isEnabled());
         QVERIFY(iconContrast("undoButton") < 0.6 * iconContrast("redoButton"));
 
         for (const auto &[name, anchor] : Popups) {
@@ -655,17 +654,18 @@ void TestDrawingWindow::themesReadable()
             clickThroughWindow(w.canvas);
         }
 
-        // The users pop-up is a window of its own, shot and measured by itself.
-        CoopUsersPopup users;
+        CoopUsersPopup users; // a window of its own, shot and measured by itself
         QSignalSpy kicks(&users, &CoopUsersPopup::kickRequested);
         users.setUsers({{9, "Old", 1, false, false}}, true);
-        users.setUsers({{0, "Ada", -1, true, true}, {2, "", 35, false, false}}, true);
+        users.setUsers({{0, "Ada", -1, true, true}, {2, "", 35, false, false}, {3, "Bo", -1}},
+                       true);
         QCOMPARE(rowTexts(&users),
-                 QStringList({"Ada  (host)  (you)|\u2014", "Anon|35 ms|\u2715 Kick Anon"}));
+                 QStringList({"Ada  (host)  (you)|\u2014", "Anon|35 ms|\u2715 Kick Anon",
+                              "Bo|\u2026|\u2715 Kick Bo"}));
         QCOMPARE(users.findChildren<QLabel *>("usersHeader").last()->text(),
-                 QString("<b>Connected \u2014 2</b>"));
+                 QString("<b>Connected \u2014 3</b>"));
         users.findChildren<QToolButton *>().last()->click();
-        QCOMPARE(kicks.value(0).value(0).toInt(), 2);
+        QCOMPARE(kicks.value(0).value(0).toInt(), 3);
         users.show();
         QVERIFY(QTest::qWaitForWindowExposed(&users));
         saveScreenshot(&users, "editor_coopUsersPopup" + theme);

@@ -73,10 +73,8 @@ QWidget *CoopUsersPopup::buildRow(const CoopParticipant &user, bool localIsHost)
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(6);
     layout->addWidget(new QLabel(rowName(user), row));
-    auto *ping = new QLabel(pingText(user), row);
-    ping->setStyleSheet(
-        QStringLiteral("color: %1;").arg(EditorStyle::mutedColor(palette()).name()));
-    layout->addWidget(ping);
+    // In the palette's own text colour: a toned-down one leaves "…" unreadable.
+    layout->addWidget(new QLabel(pingText(user), row));
     if (localIsHost && !user.isSelf) {
         auto *kick = new QToolButton(row);
         kick->setAutoRaise(true);

@@ -28,7 +28,6 @@
 #include <QElapsedTimer>
 #include <QGuiApplication>
 #include <QHBoxLayout>
-#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPushButton>
 #include <QScreen>
@@ -61,14 +60,6 @@ QWidget *group(QWidget *parent, std::initializer_list<QWidget *> widgets)
             layout->addWidget(widget);
     }
     return box;
-}
-
-bool isEnterKey(const QEvent *event)
-{
-    if (event->type() != QEvent::KeyPress)
-        return false;
-    const int key = static_cast<const QKeyEvent *>(event)->key();
-    return key == Qt::Key_Return || key == Qt::Key_Enter;
 }
 
 } // namespace
@@ -262,11 +253,6 @@ bool DrawingWindow::eventFilter(QObject *watched, QEvent *event)
     case QEvent::MouseMove:
     case QEvent::MouseButtonRelease:
         return m_popups->filterMouse(watched, static_cast<QMouseEvent *>(event));
-    case QEvent::KeyPress: {
-        // Enter after typing a value must not click a button of this dialog.
-        auto *button = qobject_cast<QPushButton *>(watched);
-        return isEnterKey(event) && (watched == this || (button && button->window() == this));
-    }
     default:
         return false;
     }
