@@ -100,7 +100,7 @@ stop_obs() { # PROFILE LOGNAME
 # waiting up to $2 seconds (default 10).
 wait_window() {
   local id
-  for _ in $(seq 0 $((${2:-10} * 4))); do
+  for _ in $(seq 0 $((${2:-20} * 4))); do
     id=$(xdotool search --all --onlyvisible ${OBS_PID:+--pid "$OBS_PID"} --name "$1" 2>/dev/null |
       head -n 1 || true)
     # Found: a moment for its first paint.
