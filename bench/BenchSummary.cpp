@@ -1,5 +1,6 @@
 #include "BenchSummary.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -151,22 +152,36 @@ void BenchSummary::Finalize()
             std::printf(" (%s)", notes()[caseName].c_str());
         std::printf("\n");
     }
+    // A step from one size to the next is super-linear when its time grows more
+    // than 1.5x faster than its input, or, for pixel cases past the caches,
+    // than one memcpy of the same frames (the floor) grows over that step.
     for (const auto &[family, cases] : scaling()) {
-        double smallest = 0;
         bool linear = true;
         std::string steps;
+        double lastUnits = 0, lastMs = 0, lastFloor = 0;
         for (const auto &[units, caseName] : cases) {
             const auto it = m_medians.find(caseName);
             if (it == m_medians.end() || !it->second.count("ours"))
                 continue;
-            const double perUnit = it->second.at("ours") / units;
-            if (smallest <= 0)
-                smallest = perUnit;
-            linear = linear && perUnit <= 1.5 * smallest;
-            char text[96];
+            const double ms = it->second.at("ours");
+            const double floor = it->second.count("floor") ? it->second.at("floor") : 0.0;
+            if (lastMs > 0) {
+                double allowed = units / lastUnits;
+                if (floor > 0 && lastFloor > 0)
+                    allowed = std::max(allowed, floor / lastFloor);
+                linear = linear && ms / lastMs <= 1.5 * allowed;
+            }
+            char text[128];
             std::snprintf(text, sizeof text, "%s%g: %s/unit", steps.empty() ? "" : ", ", units,
-                          formatMs(perUnit).c_str());
+                          formatMs(ms / units).c_str());
             steps += text;
+            if (floor > 0) {
+                std::snprintf(text, sizeof text, " (%.1fx floor)", ms / floor);
+                steps += text;
+            }
+            lastUnits = units;
+            lastMs = ms;
+            lastFloor = floor;
         }
         if (!steps.empty())
             std::printf("scaling %s: %s [no step super-linear: %s]\n", family.c_str(),

@@ -25,9 +25,9 @@ public:
     static void setLibrary(const std::string &caseName, const std::string &library);
     // Printed after the case's line, e.g. how its output compares.
     static void addNote(const std::string &caseName, const std::string &note);
-    // Cases of one family measured at growing input sizes: the summary prints
-    // the time per unit of input and whether any step grows faster than
-    // linearly (per-unit cost more than 1.5x the smallest case's).
+    // Cases of one family measured at growing input sizes, smallest first: the
+    // summary prints the time per unit of input and whether any step grows
+    // faster than linearly (see Finalize).
     static void addScaling(const std::string &family, const std::string &caseName, double units);
     // A finished line for measurements that are not timed runs (memory).
     static void addLine(const std::string &line);
