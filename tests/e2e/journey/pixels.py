@@ -191,8 +191,8 @@ def listed(path, heading, texts):
     larger. HEADING must be a line of its own (a scene's "Show 'NAME'" row is
     not the source's heading), and the TEXTs must be in the lines right after
     it, each on a line of its own, so that another source's rows do not count."""
-    mean = subprocess.run(["convert", path, "-colorspace", "Gray", "-format", "%[fx:mean]", "info:"],
-                          check=True, capture_output=True, text=True).stdout
+    mean = subprocess.run(["convert", path, "-colorspace", "Gray", "-format", "%[fx:mean]",
+                           "info:"], check=True, capture_output=True, text=True).stdout
     png = subprocess.run(["convert", path, "-colorspace", "Gray"]
                          + (["-negate"] if float(mean) < 0.5 else [])
                          + ["-resize", "300%", "png:-"], check=True, capture_output=True).stdout
@@ -212,10 +212,12 @@ def listed(path, heading, texts):
                 missing.append(t)
             else:
                 below.remove(line)
-        print("under line %d: %s" % (start + 1, "missing " + ", ".join(missing) if missing else "all"))
+        print("under line %d: %s"
+              % (start + 1, "missing " + ", ".join(missing) if missing else "all"))
         if not missing:
             return True
-    print("no line reads %r" % heading if not starts else "")
+    if not starts:
+        print("no line reads %r" % heading)
     return False
 
 
