@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Journey: a new user's first drawing. Fresh profile, the dock on first start,
-# one Draw press, a stroke, a colour change, a shape and a fill that reach
-# OBS's preview, undo and redo by shortcut, and the drawing after a restart.
+# one Draw press, the source's hotkeys in OBS's Settings, a stroke, a colour
+# change, a shape and a fill that reach OBS's preview, undo and redo by
+# shortcut, and the drawing after a restart.
 source "$(dirname "$0")/lib.sh"
 GREEN='#00ff00' MAGENTA='#ff00ff' BLUE='#0000ff'
 start_display 3000x1080
@@ -25,6 +26,16 @@ check "#3 the first Draw press only creates the source" \
   "one Draw press creates the source and opens the editor" [ "$opened" = 1 ]
 shot "$EDITOR" 02-editor
 find_tools
+
+# The source's hotkeys as OBS's Settings lists them, names as in en-US.ini.
+open_hotkeys_settings
+shot "$SETTINGS" 02-settings-hotkeys
+check "the source's hotkeys not registered with OBS, or their names not translated" \
+  "Settings > Hotkeys lists the canvas hotkeys under \"Pennoria Canvas\"" \
+  hotkeys_listed 02-settings-hotkeys "Pennoria Canvas" "Open the drawing editor" \
+  "Clear the active layer" "Undo" "Redo" "Wiggle on" "Wiggle off"
+keys "$SETTINGS" Escape
+window_gone "^Settings\$" || die "Escape does not close OBS's Settings"
 
 set_brush_size 40
 set_colour "$GREEN"

@@ -269,6 +269,31 @@ find_tools() {
   TOOL_SHAPES=$((x + 3 * (w + 2)))
 }
 
+# OBS's Settings, Hotkeys page, scrolled to its end (the sources' hotkeys
+# come last), as a user reaches it: File > Settings (the menu's third entry),
+# then the Hotkeys page in the list at the left. The dialog is placed at the
+# left, clear of the editor, and tall. Sets SETTINGS.
+open_hotkeys_settings() {
+  click "$MAIN" 20 12
+  keys "$MAIN" Down Down Down Return
+  SETTINGS=$(wait_window "^Settings\$") || die "no Settings dialog"
+  xdotool windowmove --sync "$SETTINGS" 0 0 windowsize --sync "$SETTINGS" 1000 1060
+  sleep 0.5
+  click "$SETTINGS" 47 209
+  sleep 1
+  xdotool mousemove --sync 300 500 click --repeat 15 --delay 30 5
+  sleep 1
+}
+# Whether the Hotkeys page's screenshot NAME lists, under the heading HEADING,
+# each of the hotkeys TEXT, read by OCR in the column of their names (x 200 to
+# 452 at this size). What was read goes to NAME.ocr.txt beside it.
+hotkeys_listed() { # NAME HEADING TEXT...
+  local name="$1"
+  shift
+  convert "$OUT/$name.png" -crop 252x960+200+48 +repage "$OUT/.names.png"
+  python3 "$HERE/pixels.py" listed "$OUT/.names.png" "$@" >"$OUT/$name.ocr.txt"
+}
+
 # The largest window inside the main window (below its direct children): the
 # preview, which shows the program output.
 preview_shot() { # NAME

@@ -8,6 +8,10 @@
   pixels.py text-contrast FILE    WCAG contrast of text against its background,
                                   per band of rows, and the lowest ("min R")
   pixels.py border-contrast FILE  a frame's border against its inside
+  pixels.py listed FILE HEADING TEXT...
+                                  reads FILE's text (OCR) and prints its lines;
+                                  fails unless a line reads HEADING and each
+                                  TEXT starts one of the lines just below it
 """
 import subprocess
 import sys
@@ -159,6 +163,64 @@ def border_contrast(path):
     print("%.2f" % ratio(dominant(edge)[0][0], dominant(inner)[0][0]))
 
 
+def words(text):
+    """Lower case, punctuation as spaces, runs of spaces as one."""
+    return " ".join("".join(c if c.isalnum() else " " for c in text.lower()).split())
+
+
+def distance(a, b):
+    """Edits (insertions, deletions, substitutions) from a to b."""
+    row = list(range(len(b) + 1))
+    for i, ca in enumerate(a, 1):
+        prev, row[0] = row[0], i
+        for j, cb in enumerate(b, 1):
+            prev, row[j] = row[j], min(row[j] + 1, row[j - 1] + 1, prev + (ca != cb))
+    return row[-1]
+
+
+def reads(line, text):
+    """Whether an OCR line starts with text, give or take a misread letter in
+    six (OCR of small interface text confuses l, i and 1, drops or adds a space)."""
+    want = words(text)
+    return min(distance(want, line[:n]) for n in range(max(1, len(want) - 2), len(want) + 3)) \
+        <= max(1, len(want) // 6)
+
+
+def listed(path, heading, texts):
+    """Tesseract reads the picture in grey, as dark text on light, three times
+    larger. HEADING must be a line of its own (a scene's "Show 'NAME'" row is
+    not the source's heading), and the TEXTs must be in the lines right after
+    it, each on a line of its own, so that another source's rows do not count."""
+    mean = subprocess.run(["convert", path, "-colorspace", "Gray", "-format", "%[fx:mean]",
+                           "info:"], check=True, capture_output=True, text=True).stdout
+    png = subprocess.run(["convert", path, "-colorspace", "Gray"]
+                         + (["-negate"] if float(mean) < 0.5 else [])
+                         + ["-resize", "300%", "png:-"], check=True, capture_output=True).stdout
+    text = subprocess.run(["tesseract", "stdin", "stdout"], input=png, check=True,
+                          capture_output=True).stdout.decode("utf-8", "replace")
+    lines = [words(line) for line in text.splitlines() if words(line)]
+    print("\n".join(lines))
+    want = words(heading)
+    starts = [i for i, line in enumerate(lines)
+              if distance(want, line) <= max(1, len(want) // 6)]
+    for start in starts:
+        below, missing = lines[start + 1:start + 3 + len(texts)], []
+        # One line per text, longest first: "Wiggle off" also starts like "Wiggle on".
+        for t in sorted(texts, key=len, reverse=True):
+            line = next((line for line in below if reads(line, t)), None)
+            if line is None:
+                missing.append(t)
+            else:
+                below.remove(line)
+        print("under line %d: %s"
+              % (start + 1, "missing " + ", ".join(missing) if missing else "all"))
+        if not missing:
+            return True
+    if not starts:
+        print("no line reads %r" % heading)
+    return False
+
+
 if __name__ == "__main__":
     if sys.argv[1] == "button-rows":
         button_rows(sys.argv[2], int(sys.argv[3]))
@@ -168,3 +230,5 @@ if __name__ == "__main__":
         text_contrast(sys.argv[2])
     elif sys.argv[1] == "border-contrast":
         border_contrast(sys.argv[2])
+    elif sys.argv[1] == "listed":
+        sys.exit(not listed(sys.argv[2], sys.argv[3], sys.argv[4:]))
