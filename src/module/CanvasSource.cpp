@@ -189,11 +189,11 @@ QImage CanvasSourceData::takeDueImage()
     return m_canvasImage;
 }
 
-void CanvasSourceData::render(gs_effect_t *effect)
+void CanvasSourceData::render()
 {
     const int64_t t0 = int64_t(os_gettime_ns());
     QMutexLocker lock(&m_mutex);
-    if (m_renderSuppressed || m_texture.isNull() || !effect)
+    if (m_renderSuppressed || m_texture.isNull())
         return;
     // Each new picture is uploaded once; the wiggle displaces it on the GPU.
     if (m_texture.upload(takeDueImage()))
@@ -203,7 +203,7 @@ void CanvasSourceData::render(gs_effect_t *effect)
 
     if (const WiggleGrid *grid = wiggleOn ? m_wiggle.takeNewGrid() : nullptr)
         m_texture.setWiggleGrid(*grid);
-    m_texture.draw(effect, wiggleOn);
+    m_texture.draw(wiggleOn);
     m_perf.countRender(t0, int64_t(os_gettime_ns()), m_source, "", wiggleOn);
 }
 

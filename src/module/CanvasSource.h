@@ -44,7 +44,7 @@ public:
     void setRenderSuppressed(bool suppressed);
 
     void tick(float seconds);
-    void render(gs_effect_t *effect);
+    void render();
 
     // The canvas file this source shows, "" when the source has no key.
     QString flattenedImagePath() const;
@@ -66,7 +66,7 @@ private:
     obs_source_t *m_source;
     uint32_t m_width = 1920;
     uint32_t m_height = 1080;
-    SourceTexture m_texture;
+    SourceTexture m_texture{PixelAlpha::Straight};
 
     mutable QMutex m_mutex;
     QVector<Stroke> m_strokes;

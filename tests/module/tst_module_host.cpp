@@ -132,16 +132,18 @@ void TestModuleHost::sourceTypesRegistered_data()
                           << QStringList{"pennoria_draw.open_coop_editor"} + wiggle;
 }
 
-// Fault: a type registered with CUSTOM_DRAW or properties, misnamed, a
-// callback that dereferences a null record, or a hotkey not registered under
-// the source (so neither listed with it nor saved with the scene collection).
+// Fault: a type registered without CUSTOM_DRAW (drawn in the host's technique)
+// or with properties, misnamed, a callback that dereferences a null record,
+// or a hotkey not registered under the source (so neither listed with it nor
+// saved with the scene collection).
 void TestModuleHost::sourceTypesRegistered()
 {
     QFETCH(QString, id);
     QFETCH(QString, displayName);
     const QByteArray idBytes = id.toUtf8();
     QCOMPARE(QString::fromUtf8(obs_source_get_display_name(idBytes.constData())), displayName);
-    QCOMPARE(obs_get_source_output_flags(idBytes.constData()), uint32_t(OBS_SOURCE_VIDEO));
+    QCOMPARE(obs_get_source_output_flags(idBytes.constData()),
+             uint32_t(OBS_SOURCE_VIDEO | OBS_SOURCE_CUSTOM_DRAW));
     QVERIFY(!obs_get_source_properties(idBytes.constData()));
     const obs_source_info &info = id == "pennoria_canvas" ? canvasSourceInfo() : coopSourceInfo();
     info.destroy(nullptr);
@@ -354,12 +356,11 @@ void TestModuleHost::wiggleOnGpuMatchesCpuWarp()
     WiggleGrid grid;
     makeWiggleGrid(grid, size.width(), size.height(), amount, rng);
 
-    SourceTexture texture;
+    SourceTexture texture(PixelAlpha::Straight);
     QVERIFY(texture.create(uint32_t(size.width()), uint32_t(size.height()), picture));
     QVERIFY(texture.setWiggleGrid(grid));
-    const QImage shown =
-        ObsHost::render([&] { texture.draw(obs_get_base_effect(OBS_EFFECT_DEFAULT), true); },
-                        uint32_t(size.width()), uint32_t(size.height()));
+    const QImage shown = ObsHost::render([&] { texture.draw(true); }, uint32_t(size.width()),
+                                         uint32_t(size.height()));
     const QString mismatch = warpMismatch(shown, picture, grid);
     QVERIFY2(mismatch.isEmpty(), qPrintable(mismatch));
 }
