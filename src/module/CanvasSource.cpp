@@ -13,14 +13,16 @@
 #include <QMutexLocker>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
-QImage toRgba(const QImage &image)
+// The engine's own format, so the editor's images pass untouched.
+constexpr QImage::Format Shown = QImage::Format_ARGB32_Premultiplied;
+
+QImage toShown(const QImage &image)
 {
-    return image.format() == QImage::Format_RGBA8888
-               ? image
-               : image.convertToFormat(QImage::Format_RGBA8888);
+    return image.format() == Shown ? image : image.convertToFormat(Shown);
 }
 
 } // namespace
@@ -40,7 +42,7 @@ CanvasSourceData::CanvasSourceData(obs_source_t *source)
         m_width = ovi.base_width;
         m_height = ovi.base_height;
     }
-    m_canvasImage = QImage(int(m_width), int(m_height), QImage::Format_RGBA8888);
+    m_canvasImage = QImage(int(m_width), int(m_height), Shown);
     m_canvasImage.fill(Qt::transparent);
     loadFlattenedImage();
     const WiggleSettings wiggle = loadWiggleSettings();
@@ -69,13 +71,7 @@ void CanvasSourceData::loadFlattenedImage()
 {
     const QImage loaded = loadCanvasImage(flattenedImagePath(), QSize(int(m_width), int(m_height)));
     if (!loaded.isNull())
-        m_canvasImage = loaded;
-}
-
-QImage CanvasSourceData::canvasImage() const
-{
-    QMutexLocker lock(&m_mutex);
-    return m_canvasImage;
+        m_canvasImage = toShown(loaded);
 }
 
 QVector<Stroke> CanvasSourceData::strokes() const
@@ -86,9 +82,9 @@ QVector<Stroke> CanvasSourceData::strokes() const
 
 void CanvasSourceData::setLiveImage(const QImage &image)
 {
-    const QImage converted = toRgba(image);
+    const QImage shown = toShown(image);
     QMutexLocker lock(&m_mutex);
-    m_liveImage = converted;
+    m_liveImage = shown;
     m_livePending = true;
     ++m_liveImageCount;
 }
@@ -107,11 +103,11 @@ int CanvasSourceData::commitCount() const
 
 void CanvasSourceData::commit(const QVector<Stroke> &strokes, const QImage &image)
 {
-    const QImage converted = toRgba(image);
+    const QImage shown = toShown(image);
     QMutexLocker lock(&m_mutex);
     if (&strokes != &m_strokes)
         m_strokes = strokes;
-    m_canvasImage = converted;
+    m_canvasImage = shown;
     m_liveImage = QImage();
     m_canvasDirty = true;
     m_livePending = false;
@@ -181,7 +177,9 @@ QImage CanvasSourceData::takeDueImage()
     if (m_livePending && !m_liveImage.isNull()) {
         m_livePending = false;
         m_canvasDirty = false;
-        return m_liveImage;
+        // Let go once uploaded: an editor image still shared here would be
+        // copied before the editor changes it again.
+        return std::exchange(m_liveImage, QImage());
     }
     if (!m_canvasDirty)
         return QImage();
@@ -189,11 +187,11 @@ QImage CanvasSourceData::takeDueImage()
     return m_canvasImage;
 }
 
-void CanvasSourceData::render(gs_effect_t *effect)
+void CanvasSourceData::render()
 {
     const int64_t t0 = int64_t(os_gettime_ns());
     QMutexLocker lock(&m_mutex);
-    if (m_renderSuppressed || m_texture.isNull() || !effect)
+    if (m_renderSuppressed || m_texture.isNull())
         return;
     // Each new picture is uploaded once; the wiggle displaces it on the GPU.
     if (m_texture.upload(takeDueImage()))
@@ -203,7 +201,7 @@ void CanvasSourceData::render(gs_effect_t *effect)
 
     if (const WiggleGrid *grid = wiggleOn ? m_wiggle.takeNewGrid() : nullptr)
         m_texture.setWiggleGrid(*grid);
-    m_texture.draw(effect, wiggleOn);
+    m_texture.draw(wiggleOn);
     m_perf.countRender(t0, int64_t(os_gettime_ns()), m_source, "", wiggleOn);
 }
 

@@ -30,8 +30,9 @@ public:
     uint32_t width() const { return m_width; }
     uint32_t height() const { return m_height; }
 
-    QImage canvasImage() const;
     QVector<Stroke> strokes() const;
+    // Both take the editor's premultiplied image as it is (a shallow copy);
+    // an image in another format is converted here, once.
     void setLiveImage(const QImage &image);
     void commit(const QVector<Stroke> &strokes, const QImage &image);
     void setJitterEnabled(bool on);
@@ -44,7 +45,7 @@ public:
     void setRenderSuppressed(bool suppressed);
 
     void tick(float seconds);
-    void render(gs_effect_t *effect);
+    void render();
 
     // The canvas file this source shows, "" when the source has no key.
     QString flattenedImagePath() const;
@@ -66,7 +67,7 @@ private:
     obs_source_t *m_source;
     uint32_t m_width = 1920;
     uint32_t m_height = 1080;
-    SourceTexture m_texture;
+    SourceTexture m_texture{PixelAlpha::Premultiplied};
 
     mutable QMutex m_mutex;
     QVector<Stroke> m_strokes;

@@ -109,9 +109,9 @@ void CoopSourceData::tick(float seconds)
     perf.countTick(t0, int64_t(os_gettime_ns()), rolled);
 }
 
-void CoopSourceData::render(gs_effect_t *effect)
+void CoopSourceData::render()
 {
-    if (texture.isNull() || !effect)
+    if (texture.isNull())
         return;
     const int64_t t0 = int64_t(os_gettime_ns());
     const CoopCanvas &canvas = CoopCanvas::instance();
@@ -124,7 +124,7 @@ void CoopSourceData::render(gs_effect_t *effect)
     }
     if (const WiggleGrid *grid = wiggleOn ? wiggle.takeNewGrid() : nullptr)
         texture.setWiggleGrid(*grid);
-    texture.draw(effect, wiggleOn);
+    texture.draw(wiggleOn);
     perf.countRender(t0, int64_t(os_gettime_ns()), source, "CO-OP ", wiggleOn);
 }
 

@@ -25,10 +25,11 @@ struct CoopSourceData {
     uint32_t width() const { return shownWidth.load(); }
     uint32_t height() const { return shownHeight.load(); }
     void tick(float seconds);
-    void render(gs_effect_t *effect);
+    void render();
 
     obs_source_t *source;
-    SourceTexture texture;
+    // The shared picture is straight RGBA, painted on its own thread.
+    SourceTexture texture{PixelAlpha::Straight};
     std::atomic<uint32_t> shownWidth{1920};
     std::atomic<uint32_t> shownHeight{1080};
     uint64_t lastUploadedVersion = 0;

@@ -5,16 +5,15 @@
 #include <obs-module.h>
 #include <obs.h>
 
+#include <QtGlobal>
+
 #include <vector>
 
-namespace {
+// ARGB32_Premultiplied is one 32-bit word per pixel: B, G, R, A bytes in
+// memory only on a little-endian machine, which is what GS_BGRA reads.
+static_assert(Q_BYTE_ORDER == Q_LITTLE_ENDIAN, "premultiplied pictures upload as BGRA bytes");
 
-QImage toRgba(const QImage &image)
-{
-    return image.format() == QImage::Format_RGBA8888
-               ? image
-               : image.convertToFormat(QImage::Format_RGBA8888);
-}
+namespace {
 
 bool hasSize(const QImage &image, uint32_t width, uint32_t height)
 {
@@ -45,7 +44,8 @@ bool SourceTexture::create(uint32_t width, uint32_t height, const QImage &image)
     // A new picture size keeps the field: the wiggle rolls one for the new
     // size on its own.
     destroyPicture();
-    m_texture = gs_texture_create(width, height, GS_RGBA, 1, nullptr, GS_DYNAMIC);
+    const gs_color_format format = m_alpha == PixelAlpha::Straight ? GS_RGBA : GS_BGRA;
+    m_texture = gs_texture_create(width, height, format, 1, nullptr, GS_DYNAMIC);
     if (!m_texture)
         return false;
     m_width = width;
@@ -58,10 +58,22 @@ bool SourceTexture::upload(const QImage &image)
 {
     if (!m_texture || !hasSize(image, m_width, m_height))
         return false;
-    const QImage rgba = toRgba(image);
+    const QImage pixels = image.format() == format() ? image : image.convertToFormat(format());
     GraphicsScope graphics;
-    gs_texture_set_image(m_texture, rgba.constBits(), uint32_t(rgba.bytesPerLine()), false);
+    gs_texture_set_image(m_texture, pixels.constBits(), uint32_t(pixels.bytesPerLine()), false);
     return true;
+}
+
+QImage::Format SourceTexture::format() const
+{
+    return m_alpha == PixelAlpha::Straight ? QImage::Format_RGBA8888
+                                           : QImage::Format_ARGB32_Premultiplied;
+}
+
+// Both the host's default effect and the wiggle effect name them alike.
+const char *SourceTexture::technique() const
+{
+    return m_alpha == PixelAlpha::Straight ? "Draw" : "DrawAlphaDivide";
 }
 
 bool SourceTexture::setWiggleGrid(const WiggleGrid &grid)
@@ -101,21 +113,24 @@ bool SourceTexture::setWiggleGrid(const WiggleGrid &grid)
     return true;
 }
 
-void SourceTexture::draw(gs_effect_t *effect, bool wiggled) const
+void SourceTexture::draw(bool wiggled) const
 {
-    if (!m_texture || !effect)
+    if (!m_texture)
         return;
     if (wiggled && m_offsets && m_wiggleEffect && drawWiggled())
         return;
+    gs_effect_t *effect = obs_get_base_effect(OBS_EFFECT_DEFAULT);
+    if (!effect)
+        return;
     gs_effect_set_texture(gs_effect_get_param_by_name(effect, "image"), m_texture);
-    gs_draw_sprite(m_texture, 0, m_width, m_height);
+    while (gs_effect_loop(effect, technique()))
+        gs_draw_sprite(m_texture, 0, m_width, m_height);
 }
 
 bool SourceTexture::drawWiggled() const
 {
     gs_effect_t *effect = m_wiggleEffect;
-    gs_technique_t *technique = gs_effect_get_technique(effect, "Draw");
-    if (!technique)
+    if (!gs_effect_get_technique(effect, technique()))
         return false;
     gs_effect_set_texture(gs_effect_get_param_by_name(effect, "image"), m_texture);
     gs_effect_set_texture(gs_effect_get_param_by_name(effect, "offsets"), m_offsets);
@@ -125,16 +140,10 @@ bool SourceTexture::drawWiggled() const
     vec2 gridSize;
     vec2_set(&gridSize, float(m_gridWidth), float(m_gridHeight));
     gs_effect_set_vec2(gs_effect_get_param_by_name(effect, "grid_size"), &gridSize);
-    // Inside the host's own pass for this source: the blend state it set up
-    // stays as it is, so the wiggled picture blends like the plain one.
-    const size_t passes = gs_technique_begin(technique);
-    for (size_t i = 0; i < passes; ++i) {
-        if (gs_technique_begin_pass(technique, i)) {
-            gs_draw_sprite(m_texture, 0, m_width, m_height);
-            gs_technique_end_pass(technique);
-        }
-    }
-    gs_technique_end(technique);
+    // The blend state the host set up for this source stays as it is, so the
+    // wiggled picture blends like the plain one.
+    while (gs_effect_loop(effect, technique()))
+        gs_draw_sprite(m_texture, 0, m_width, m_height);
     return true;
 }
 

@@ -118,12 +118,6 @@ void ObsHost::clearLog()
     m_log.clear();
 }
 
-int ObsHost::indexOfLine(const QString &text) const
-{
-    QMutexLocker lock(&m_logMutex);
-    return int(m_log.indexOf(text));
-}
-
 QStringList ObsHost::linesStartingWith(const QString &prefix) const
 {
     QMutexLocker lock(&m_logMutex);

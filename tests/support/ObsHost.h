@@ -35,13 +35,8 @@ public:
     // returns libobs's result (OBS_VIDEO_SUCCESS).
     static int resetVideo(const Options &options);
 
-    // Where the "Canvas" settings file (and so every canvas folder) lives.
-    QString settingsDir() const { return m_settings.path(); }
-
     QStringList logLines() const;
     void clearLog();
-    // Index of the first line equal to text, or -1.
-    int indexOfLine(const QString &text) const;
     QStringList linesStartingWith(const QString &prefix) const;
 
     // Renders the source into a width x height target and reads it back.
