@@ -29,8 +29,12 @@ check() { # FAULT DESCRIPTION COMMAND...
     FAILURES=$((FAILURES + 1))
   fi
 }
-die() {
-  echo "FAIL $*  (journey stopped)"
+die() { # the screen and its windows are kept for a look at what stopped it
+  import -window root "$OUT/stopped.png" 2>/dev/null || true
+  for id in $(xdotool search --onlyvisible --name "." 2>/dev/null); do
+    echo "$id $(xdotool getwindowname "$id") $(geometry "$id")"
+  done >"$OUT/stopped-windows.txt" 2>&1
+  echo "FAIL $*  (journey stopped; see $OUT)"
   exit 1
 }
 finish() {
@@ -61,11 +65,14 @@ new_profile() {
   [ -z "${2:-}" ] || printf '[Appearance]\nTheme=%s\n' "$2" >>"$1/config/obs-studio/global.ini"
 }
 
-# Starts OBS on the profile $1 and waits for its main window; sets OBS_PID
-# and MAIN (the main window's id). Extra environment comes from the caller.
-start_obs() {
-  XDG_CONFIG_HOME="$1/config" obs --disable-shutdown-check --disable-updater --multi \
-    >"$1/obs-stdout.txt" 2>&1 &
+# Starts OBS on the profile $1 (further arguments go to OBS) and waits for its
+# main window; sets OBS_PID and MAIN (the main window's id). Extra environment
+# comes from the caller.
+start_obs() { # PROFILE [OBS_ARGS...]
+  local profile="$1"
+  shift
+  XDG_CONFIG_HOME="$profile/config" obs --disable-shutdown-check --disable-updater --multi "$@" \
+    >"$profile/obs-stdout.txt" 2>&1 &
   OBS_PID=$!
   PIDS+=("$OBS_PID")
   MAIN=$(wait_window "Profile: " 60) || die "OBS main window did not appear"
@@ -96,12 +103,12 @@ stop_obs() { # PROFILE LOGNAME
     bash -c "! grep -iE 'error|failed' '$OUT/$2.log' | grep -v '\[PD-Update\]' | grep -iE 'pennoria|\[pd'"
 }
 
-# The id of the first visible window whose title matches the regex $1,
-# waiting up to $2 seconds (default 10).
-wait_window() {
-  local id
+# The id of the first visible window of process $3 (default OBS_PID) whose
+# title matches the regex $1, waiting up to $2 seconds (default 20).
+wait_window() { # REGEX [SECONDS] [PID]
+  local id pid="${3:-${OBS_PID:-}}"
   for _ in $(seq 0 $((${2:-20} * 4))); do
-    id=$(xdotool search --all --onlyvisible ${OBS_PID:+--pid "$OBS_PID"} --name "$1" 2>/dev/null |
+    id=$(xdotool search --all --onlyvisible ${pid:+--pid "$pid"} --name "$1" 2>/dev/null |
       head -n 1 || true)
     # Found: a moment for its first paint.
     [ -n "$id" ] && { sleep 0.5 && echo "$id"; return 0; }
@@ -113,6 +120,13 @@ window_gone() { # TITLE_REGEX [SECONDS]
   for _ in $(seq 1 $((${2:-5} * 4))); do
     xdotool search --all --onlyvisible ${OBS_PID:+--pid "$OBS_PID"} --name "$1" >/dev/null 2>&1 ||
       return 0
+    sleep 0.25
+  done
+  return 1
+}
+window_closed() { # WINDOW_ID [SECONDS]: that very window no longer shown
+  for _ in $(seq 1 $((${2:-10} * 4))); do
+    xwininfo -id "$1" 2>/dev/null | grep -q IsViewable || return 0
     sleep 0.25
   done
   return 1
