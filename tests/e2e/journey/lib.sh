@@ -285,11 +285,14 @@ find_tools() {
 
 # The largest window inside the main window (below its direct children): the
 # preview, which shows the program output.
-preview_shot() { # NAME
+preview_window() {
   local id
   id=$(xwininfo -id "$MAIN" -tree | awk '/^ {8,}0x/{split($0, a, /\)  /); split(a[2], g, /[x+]/);
     if (g[1] * g[2] > best) { best = g[1] * g[2]; id = $1 } } END{print id}')
-  shot "${id:-$MAIN}" "$1"
+  echo "${id:-$MAIN}"
+}
+preview_shot() { # NAME
+  shot "$(preview_window)" "$1"
 }
 
 # Editor controls at the placed size (the colour pop-up opens under its button).

@@ -25,6 +25,13 @@ popup() { # NAME HOW X: opens an editor pop-up by a click or a long press at (X,
   readable "$1"
 }
 
+edit_menu() { # KEY...: OBS's Edit menu opened from the keyboard, then keys in it
+  keys "$MAIN" alt+e
+  sleep 0.5
+  xdotool key --delay 100 "$@"
+  sleep 0.5
+}
+
 for theme in dark light; do
   OUT="$BASE/$theme"
   mkdir -p "$OUT"
@@ -54,6 +61,26 @@ for theme in dark light; do
   convert "$OUT/.hover.png" -crop "30x30+$((TOOL_ERASER - 15))+$((ROW_Y - 15))" +repage \
     "$OUT/hovered-tool.png"
   readable hovered-tool
+
+  # A second canvas in the scene, made the way a user copies a source: the
+  # canvas selected in the preview, Edit > Copy, Edit > Paste (Duplicate) (the
+  # Edit menu opens on Copy, the first entry it enables). Draw then asks which.
+  preview=$(preview_window)
+  read -r _ _ pw ph < <(geometry "$preview")
+  click "$preview" $((pw / 2)) $((ph / 2))
+  edit_menu Return
+  edit_menu Down Down Return
+  press_draw
+  chooser=$(wait_window "^Select Canvas\$" 10) || chooser=""
+  check "Draw with two canvases in the scene offers no choice" "Draw asks which canvas" \
+    [ -n "$chooser" ]
+  if [ -n "$chooser" ]; then
+    shot "$chooser" canvas-chooser
+    readable canvas-chooser 3 # the question, a button per canvas
+    keys "$chooser" Escape
+    check "the chooser cannot be dismissed" "Escape closes the canvas chooser" \
+      window_closed "$chooser" 5
+  fi
 
   coop_mode_dialog Sam coop-setup-dialog
   shot "$MODE" host-join-dialog
