@@ -138,17 +138,26 @@ geometry() {
     /Width:/{w=$NF} /Height:/{h=$NF} END{print x, y, w, h}'
 }
 
+# The pointer to a screen position, once it is there. xdotool's --sync waits
+# for the pointer to leave where it was, which takes it 16 s to give up on when
+# it is already there (a second click on a button toggles its pop-up closed).
+pointer_to() { # X Y
+  if [ "$(xdotool getmouselocation | cut -d' ' -f1-2)" = "x:$1 y:$2" ]; then return 0; fi
+  xdotool mousemove --sync "$1" "$2"
+}
 # Real pointer input at window-relative coordinates.
 click() { # WIN X Y [BUTTON]
   local x y w h
   read -r x y w h < <(geometry "$1")
-  xdotool mousemove --sync $((x + $2)) $((y + $3)) click "${4:-1}"
+  pointer_to $((x + $2)) $((y + $3))
+  xdotool click "${4:-1}"
   sleep 0.3
 }
 drag() { # WIN X1 Y1 X2 Y2 : a press, a path of moves, a release
   local x y w h i
   read -r x y w h < <(geometry "$1")
-  xdotool mousemove --sync $((x + $2)) $((y + $3)) mousedown 1
+  pointer_to $((x + $2)) $((y + $3))
+  xdotool mousedown 1
   for i in $(seq 1 12); do
     xdotool mousemove $((x + $2 + ($4 - $2) * i / 12)) $((y + $3 + ($5 - $3) * i / 12))
     sleep 0.03

@@ -7,7 +7,7 @@ BASE="$OUT"
 long_press() { # WIN X Y: held past the 333 ms long press
   local x y w h
   read -r x y w h < <(geometry "$1")
-  xdotool mousemove --sync $((x + $2)) $((y + $3))
+  pointer_to $((x + $2)) $((y + $3))
   sleep 0.2
   xdotool mousedown 1 sleep 0.7 mouseup 1
   sleep 0.3
@@ -55,7 +55,7 @@ for theme in dark light; do
   click "$EDITOR" 145 $ROW_Y
   # A hovered tool button: its icon on the hover colour.
   read -r ex ey _ _ < <(geometry "$EDITOR")
-  xdotool mousemove --sync $((ex + TOOL_ERASER)) $((ey + ROW_Y))
+  pointer_to $((ex + TOOL_ERASER)) $((ey + ROW_Y))
   sleep 0.5
   shot "$EDITOR" .hover
   convert "$OUT/.hover.png" -crop "30x30+$((TOOL_ERASER - 15))+$((ROW_Y - 15))" +repage \
