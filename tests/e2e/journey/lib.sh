@@ -249,14 +249,16 @@ coop_mode_dialog() { # NICKNAME [NAME]
   keys "$MODE" ctrl+a
   type_text "$MODE" "$1"
 }
-# The co-op button's colour beside its icon, as "R G B".
+# The co-op button's colour beside its icon, as "R G B" (also when the
+# screenshot is stored in grey levels, as a Light theme's dock can be).
 coop_button_colour() {
   find_dock_buttons
-  convert "$OUT/dock.png" -crop "1x1+$((DOCK_W - 33))+$((BUTTON_TOP + 4))" -depth 8 txt:- |
-    sed -n 's/.*srgba\?(\([0-9]*\),\([0-9]*\),\([0-9]*\).*/\1 \2 \3/p'
+  convert "$OUT/dock.png" -crop "1x1+$((DOCK_W - 33))+$((BUTTON_TOP + 4))" \
+    -format '%[fx:int(255*r+0.5)] %[fx:int(255*g+0.5)] %[fx:int(255*b+0.5)]' info:
 }
-is_green() { read -r r g b <<<"$1" && [ "$g" -gt 110 ] && [ "$r" -lt 90 ] && [ "$b" -lt 90 ]; }
-not_green() { ! is_green "$1"; }
+# Both fail on no colour at all.
+is_green() { read -r r g b <<<"$1" && [ "${g:-0}" -gt 110 ] && [ "$r" -lt 90 ] && [ "$b" -lt 90 ]; }
+not_green() { read -r r g b <<<"$1" && [ -n "${b:-}" ] && ! is_green "$1"; }
 
 # Opens the editor the way a new user does: the dock's Draw button, the
 # canvas name confirmed with Enter. Sets EDITOR (or dies). A second press is
