@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Journey: co-op between two OBS instances (one profile each) on a private
 # free port: host, join, both draw, both pictures agree, the users list shows
-# both, leave and stop.
+# both with a ping, leave and stop. The host runs OBS's default dark theme, the
+# guest its Light theme, so the users list is seen in both.
 # The whole journey runs in a private network namespace (its own loopback),
 # so not even a module that ignored the test port could reach a real session
 # of this machine; inside it the host still gets a free port of its own.
@@ -23,7 +24,7 @@ save() { eval "$1=(\"\$OBS_PID\" \"\$MAIN\" \"\${DOCK:-}\" \"\${EDITOR:-}\" \"\$
 use() { eval "OBS_PID=\${$1[0]} MAIN=\${$1[1]} DOCK=\${$1[2]} EDITOR=\${$1[3]} EDITOR_Y=\${$1[4]}"; }
 
 for who in host guest; do
-  new_profile "$OUT/$who"
+  new_profile "$OUT/$who" "$([ $who = guest ] && echo com.obsproject.Yami.Light)"
   start_obs "$OUT/$who"
   EDITOR_Y=0
   if [ "$who" = guest ]; then
@@ -104,16 +105,31 @@ for colour in "$GREEN" "$BLUE"; do
 done
 
 # The users list (the Layers button of the co-op editor), a pop-up window of
-# its own: a header and a row per user.
+# its own: a header and a row per user, the host's first, each with its ping
+# ("N ms"; "…" until one is known, "—" for oneself). Pings are listed every 2 s.
+users_popup() { # NAME ROW WORD FAULT: the ping is the row's WORD-th word from its end
+  local ew users width=0
+  read -r _ _ ew _ < <(geometry "$EDITOR")
+  click "$EDITOR" $((ew - 97)) $ROW_Y
+  users=$(xdotool search --all --onlyvisible --maxdepth 1 --pid "$OBS_PID" --name '' |
+    grep -vxE "$MAIN|$EDITOR|${DOCK:-0}" | tail -n 1 || true)
+  [ -n "$users" ] || die "no users pop-up"
+  for _ in 1 2 3; do
+    shot "$users" "$1"
+    width=$(python3 "$HERE/pixels.py" words "$OUT/$1.png" | sed -n "$2p" |
+      awk -v k="$3" '{ split($(NF - k + 1), e, "-"); print e[2] - e[1] + 1 }')
+    [ "${width:-0}" -lt 20 ] || break # "0 ms" is about 29 px wide, "…" and "—" 13
+    sleep 2
+  done
+  readable "$1" 3 # a header and one row per user
+  check "$4" "$1: row $2 shows a ping in ms (word of $width px)" at_least "${width:-0}" 20
+  click "$EDITOR" $((ew - 97)) $ROW_Y
+}
+# The host sees the guest's ping (before the kick button); the guest, the host's.
 use host
-read -r _ _ ew _ < <(geometry "$EDITOR")
-click "$EDITOR" $((ew - 97)) $ROW_Y
-users=$(xdotool search --all --onlyvisible --maxdepth 1 --pid "$OBS_PID" --name '' |
-  grep -vxE "$MAIN|$EDITOR|${DOCK:-0}" | tail -n 1 || true)
-[ -n "$users" ] || die "no users pop-up"
-shot "$users" 05-users-popup
-readable 05-users-popup 3 # a header and one row per user
-click "$EDITOR" $((ew - 97)) $ROW_Y
+users_popup 05-host-users-popup 3 2 "pings never reach the host's users list"
+use guest
+users_popup 05-guest-users-popup 2 1 "the guest's users list drops the pings the host sends"
 
 # The guest leaves, then the host stops.
 for who in guest host; do
