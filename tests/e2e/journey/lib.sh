@@ -259,6 +259,17 @@ coop_button_colour() {
 # Both fail on no colour at all.
 is_green() { read -r r g b <<<"$1" && [ "${g:-0}" -gt 110 ] && [ "$r" -lt 90 ] && [ "$b" -lt 90 ]; }
 not_green() { read -r r g b <<<"$1" && [ -n "${b:-}" ] && ! is_green "$1"; }
+coop_button_green() { is_green "$(coop_button_colour)"; }
+coop_button_idle() { not_green "$(coop_button_colour)"; }
+# Runs a command until it succeeds, for up to SECONDS.
+within() { # SECONDS COMMAND...
+  local end=$((SECONDS + $1))
+  shift
+  until "$@"; do
+    [ "$SECONDS" -lt "$end" ] || return 1
+    sleep 0.5
+  done
+}
 
 # Opens the editor the way a new user does: the dock's Draw button, the
 # canvas name confirmed with Enter. Sets EDITOR (or dies). A second press is
