@@ -13,7 +13,10 @@ OUT="$BUILD/screenshots/journey/$JOURNEY"
 MODULE="$BUILD/src/module/obs-pennoria-draw.so"
 export LIBGL_ALWAYS_SOFTWARE=1
 unset QT_QPA_PLATFORM
-rm -rf "$OUT"
+# A run that stopped is kept beside the next one (a test that fails is run
+# again), so what stopped it can still be looked at.
+rm -rf "$OUT-stopped"
+if [ -e "$OUT/stopped.png" ]; then mv "$OUT" "$OUT-stopped"; else rm -rf "$OUT"; fi
 mkdir -p "$OUT"
 [ -f "$MODULE" ] || { echo "no module at $MODULE"; exit 1; }
 
@@ -187,9 +190,15 @@ shot() { # WIN NAME -> $OUT/NAME.png
 at_least() { [ "$1" -ge "$2" ]; }
 at_most() { [ "$1" -le "$2" ]; }
 
-# The "Pennoria: Draw" entry is the last one of OBS's Docks menu.
+# The "Pennoria: Draw" entry is the last one of OBS's Docks menu. The keys
+# wait for the menu to be shown: on a loaded machine it can take longer than
+# the click's pause, and keys pressed before go to the main window instead.
+top_windows() { xdotool search --all --onlyvisible --maxdepth 1 --pid "$OBS_PID" --name '' | wc -l; }
 toggle_dock_in_menu() {
+  local before
+  before=$(top_windows)
   click "$MAIN" 144 12
+  within 5 eval '[ "$(top_windows)" -gt "$before" ]' || true
   keys "$MAIN" Up Return
   sleep 1
 }
