@@ -8,8 +8,9 @@
   pixels.py text-contrast FILE    WCAG contrast of text against its background,
                                   per band of rows, and the lowest ("min R")
   pixels.py border-contrast FILE  a frame's border against its inside
-  pixels.py words FILE            per band of text rows, the x extents of its
-                                  words (marks closer than 6 columns joined)
+  pixels.py words FILE            per band of text rows, its words (marks
+                                  closer than 6 columns joined): "X0-X1/INK",
+                                  INK the number of pixels marked
 """
 import subprocess
 import sys
@@ -136,17 +137,18 @@ def words(path):
     width, height, px = load(path)
     window, bands = text_bands(width, height, px)
     for top, end in bands:
-        marked = [any(not near(px[y * width + x], window, 24) for y in range(top, end))
+        marked = [sum(not near(px[y * width + x], window, 24) for y in range(top, end))
                   for x in range(2, width - 2)]
-        found, start, gap = [], None, 0
-        for x, m in enumerate(marked + [False] * 6, start=2):
+        found, start, gap, ink = [], None, 0, 0
+        for x, m in enumerate(marked + [0] * 6, start=2):
+            ink += m
             if m:
                 start, gap = (x if start is None else start), 0
             elif start is not None:
                 gap += 1
                 if gap == 6:
-                    found.append("%d-%d" % (start, x - 6))
-                    start = None
+                    found.append("%d-%d/%d" % (start, x - 6, ink))
+                    start, ink = None, 0
         print("band %d-%d: %s" % (top, end - 1, " ".join(found)))
 
 
