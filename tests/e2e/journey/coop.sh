@@ -76,7 +76,13 @@ check "joining fails" "the guest's co-op button turns green" within 15 coop_butt
 for who in host guest; do
   use "$who"
   press_draw
-  EDITOR=$(wait_window "Co-op Canvas\$" 10) || die "$who: the co-op editor does not open"
+  if ! EDITOR=$(wait_window "Co-op Canvas\$" 10); then
+    # Seen once under load: the press shown on the button, no editor. Said, then
+    # pressed again so the rest of the journey still runs.
+    echo "note [${SECONDS}s] $who: the first Draw press opened no co-op editor; pressing again"
+    press_draw
+    EDITOR=$(wait_window "Co-op Canvas\$" 10) || die "$who: the co-op editor does not open"
+  fi
   place_editor
   save "$who"
 done
