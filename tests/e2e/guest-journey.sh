@@ -9,43 +9,10 @@
 # show a message and end cleanly.
 #
 #   tests/e2e/guest-journey.sh BUILD_DIR    (inside the root)
-set -euo pipefail
-BUILD="$(cd "${1:?build dir}" && pwd)"
-SRC="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)"
-OUT="$BUILD/e2e-guest"
+source "$(dirname "$0")/journey/lib.sh"
 GUEST="$BUILD/src/guest/pennoria-guest"
-MODULE="$BUILD/src/module/obs-pennoria-draw.so"
 HOST_PASSWORD="e2e-secret"
-export LIBGL_ALWAYS_SOFTWARE=1
-unset QT_QPA_PLATFORM
-rm -rf "$OUT"
-mkdir -p "$OUT"
-[ -x "$GUEST" ] && [ -f "$MODULE" ] || { echo "build pennoria-guest and the module first"; exit 1; }
-
-FAILURES=0
-PIDS=()
-check() { # FAULT DESCRIPTION COMMAND...
-  local fault="$1" what="$2"
-  shift 2
-  if "$@"; then echo "ok   [${SECONDS}s] $what"; else
-    echo "FAIL [${SECONDS}s] $what  -- fault: $fault"
-    FAILURES=$((FAILURES + 1))
-  fi
-}
-at_least() { [ "$1" -ge "$2" ]; }
-die() {
-  import -window root "$OUT/stopped.png" 2>/dev/null || true
-  for id in $(xdotool search --onlyvisible --name "." 2>/dev/null); do
-    echo "$id $(xdotool getwindowname "$id") $(geometry "$id")"
-  done >"$OUT/stopped-windows.txt" 2>&1
-  echo "FAIL $*  (journey stopped; see $OUT)"
-  exit 1
-}
-cleanup() {
-  local pid
-  for pid in "${PIDS[@]}"; do kill -KILL "$pid" 2>/dev/null || true; done
-}
-trap cleanup EXIT
+[ -x "$GUEST" ] || { echo "build pennoria-guest first"; exit 1; }
 
 free_port() {
   python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'
@@ -60,61 +27,8 @@ PY
 }
 
 # One Xvfb, wide enough for OBS and three editors side by side.
-Xvfb -displayfd 3 -screen 0 3840x1500x24 -nolisten tcp 3>"$OUT/.display" 2>/dev/null &
-PIDS+=($!)
-for _ in $(seq 1 50); do [ -s "$OUT/.display" ] && break; sleep 0.1; done
-export DISPLAY=":$(head -n 1 "$OUT/.display")"
+start_display 3840x1500
 
-# First visible window of process $1 whose title matches $2, within $3 s.
-wait_window() { # PID REGEX [SECONDS]
-  local id
-  for _ in $(seq 1 $((${3:-15} * 4))); do
-    id=$(xdotool search --all --onlyvisible --pid "$1" --name "$2" 2>/dev/null | tail -n 1 || true)
-    [ -n "$id" ] && { echo "$id"; return 0; }
-    sleep 0.25
-  done
-  return 1
-}
-window_gone() { # WINDOW_ID [SECONDS]
-  for _ in $(seq 1 $((${2:-10} * 4))); do
-    xwininfo -id "$1" 2>/dev/null | grep -q IsViewable || return 0
-    sleep 0.25
-  done
-  return 1
-}
-geometry() {
-  xwininfo -id "$1" | awk '/Absolute upper-left X/{x=$NF} /Absolute upper-left Y/{y=$NF}
-    /Width:/{w=$NF} /Height:/{h=$NF} END{print x, y, w, h}'
-}
-click() { # WIN X Y
-  local x y w h
-  read -r x y w h < <(geometry "$1")
-  xdotool mousemove --sync $((x + $2)) $((y + $3)) click 1
-  sleep 0.4
-}
-drag() { # WIN X1 Y1 X2 Y2
-  local x y w h i
-  read -r x y w h < <(geometry "$1")
-  xdotool mousemove --sync $((x + $2)) $((y + $3)) mousedown 1
-  for i in $(seq 1 16); do
-    xdotool mousemove $((x + $2 + ($4 - $2) * i / 16)) $((y + $3 + ($5 - $3) * i / 16))
-    sleep 0.03
-  done
-  xdotool mouseup 1
-  sleep 0.3
-}
-keys() { # WIN KEY...
-  xdotool windowfocus --sync "$1" 2>/dev/null || true
-  shift
-  xdotool key --delay 60 "$@"
-  sleep 0.3
-}
-type_text() { # WIN TEXT
-  xdotool windowfocus --sync "$1" 2>/dev/null || true
-  xdotool type --delay 40 "$2"
-  sleep 0.2
-}
-shot() { import -window "$1" "$OUT/$2.png" 2>/dev/null || import -window root "$OUT/$2.png"; }
 place() { xdotool windowmove --sync "$1" "$2" "$3" windowsize --sync "$1" 960 700; sleep 0.5; }
 # Pixels within 25% of a colour in a screenshot.
 count_colour() { # FILE '#rrggbb'
@@ -135,7 +49,7 @@ has_text "$GUEST" "another version" && VERSIONS=1
 
 # ---- the host: OBS with a co-op canvas in its scene --------------------------
 OBS_HOME="$OUT/obs"
-(cd "$SRC" && tools/inroot/install-into-obs "$OBS_HOME" "$MODULE" >/dev/null)
+new_profile "$OBS_HOME"
 CFG="$OBS_HOME/config/obs-studio"
 cat >>"$CFG/global.ini" <<INI
 [Basic]
@@ -168,13 +82,8 @@ cat >"$CFG/basic/scenes/E2E.json" <<JSON
 JSON
 editor_colour "$OBS_HOME/config" '#ff0000'
 
-XDG_CONFIG_HOME="$OBS_HOME/config" obs --disable-shutdown-check --disable-updater --multi \
-  --collection E2E --profile E2E >"$OUT/obs-stdout.txt" 2>&1 &
-OBS_PID=$!
-PIDS+=("$OBS_PID")
-MAIN=$(wait_window "$OBS_PID" "Profile: " 60) || die "OBS main window did not appear"
-sleep 3
-DOCK=$(wait_window "$OBS_PID" "^Pennoria: Draw\$" 10) || die "the dock is not visible"
+start_obs "$OBS_HOME" --collection E2E --profile E2E
+DOCK=$(wait_window "^Pennoria: Draw\$" 10) || die "the dock is not visible"
 read -r _ _ DOCK_W _ < <(geometry "$DOCK")
 shot "$DOCK" 01-dock
 
@@ -182,7 +91,7 @@ shot "$DOCK" 01-dock
 # row under the floating dock's title bar.
 DOCK_ROW_Y=50
 click "$DOCK" $((DOCK_W - 24)) $DOCK_ROW_Y
-MODE=$(wait_window "$OBS_PID" "^Pennoria: Draw Co-op\$" 10) || die "no host/join dialog"
+MODE=$(wait_window "^Pennoria: Draw Co-op\$" 10) || die "no host/join dialog"
 shot "$MODE" 02-host-or-join
 keys "$MODE" ctrl+a
 type_text "$MODE" "Streamer"
@@ -192,14 +101,14 @@ if [ "$PASSWORDS" = 1 ]; then
   keys "$MODE" Tab # the "guests may clear" box
 fi
 keys "$MODE" Tab space
-window_gone "$MODE" 5 || die "the host/join dialog did not close"
-HOSTING=$(wait_window "$OBS_PID" "^Pennoria: Draw Co-op\$" 10) || die "no \"Now hosting\" message"
+window_closed "$MODE" 5 || die "the host/join dialog did not close"
+HOSTING=$(wait_window "^Pennoria: Draw Co-op\$" 10) || die "no \"Now hosting\" message"
 shot "$HOSTING" 03-hosting
 keys "$HOSTING" Return
 
 # The dock's Draw button opens the co-op editor: co-op is on, no local canvas.
 click "$DOCK" 100 $DOCK_ROW_Y
-HOST_EDITOR=$(wait_window "$OBS_PID" "Co-op Canvas" 10) || die "the host's co-op editor did not open"
+HOST_EDITOR=$(wait_window "Co-op Canvas" 10) || die "the host's co-op editor did not open"
 place "$HOST_EDITOR" 1920 0
 
 # ---- guests ---------------------------------------------------------------
@@ -212,8 +121,9 @@ start_guest() { # NAME COLOUR
   XDG_CONFIG_HOME="$home" "$GUEST" >"$OUT/guest-$1.log" 2>&1 &
   GUEST_PID=$!
   PIDS+=("$GUEST_PID")
-  CONNECT=$(wait_window "$GUEST_PID" "^Pennoria: Draw Guest\$" 15) || die "guest $1: no connect window"
-  echo "guest $1: connect window after $((($(date +%s%N) - t0) / 1000000)) ms"
+  CONNECT=$(wait_window "^Pennoria: Draw Guest\$" 15 "$GUEST_PID") || die "guest $1: no connect window"
+  # wait_window gives a found window half a second to paint: not start-up time.
+  echo "guest $1: connect window after $((($(date +%s%N) - t0) / 1000000 - 500)) ms"
   shot "$CONNECT" "guest-$1-connect"
 }
 # Types address, nickname and password into the connect window and joins.
@@ -240,16 +150,16 @@ quits_cleanly() { # PID CONNECT_WINDOW
 start_guest ada '#00ff00'
 ADA_PID=$GUEST_PID ADA_CONNECT=$CONNECT
 join_as "127.0.0.1:$PORT" Ada "$HOST_PASSWORD"
-ADA_EDITOR=$(wait_window "$ADA_PID" "Co-op Canvas" 15) || die "guest Ada was not let in"
+ADA_EDITOR=$(wait_window "Co-op Canvas" 15 "$ADA_PID") || die "guest Ada was not let in"
 place "$ADA_EDITOR" 2880 0
 
 start_guest bo '#0000ff'
 BO_PID=$GUEST_PID BO_CONNECT=$CONNECT
 join_as "127.0.0.1:$PORT" Bo "$HOST_PASSWORD"
-BO_EDITOR=$(wait_window "$BO_PID" "Co-op Canvas" 15) || die "guest Bo was not let in"
+BO_EDITOR=$(wait_window "Co-op Canvas" 15 "$BO_PID") || die "guest Bo was not let in"
 place "$BO_EDITOR" 1920 760
 check "the connect window stays open beside the editor" "the guests' connect windows hide once in" \
-  window_gone "$ADA_CONNECT" 2
+  window_closed "$ADA_CONNECT" 2
 
 # All three draw, turn by turn within moments of each other.
 drag "$HOST_EDITOR" 150 200 800 260
@@ -264,9 +174,7 @@ sleep 1
 shot "$HOST_EDITOR" 10-host-editor
 shot "$ADA_EDITOR" 11-ada-editor
 shot "$BO_EDITOR" 12-bo-editor
-PREVIEW=$(xwininfo -id "$MAIN" -tree | awk '/^ {8,}0x/{split($0, a, /\)  /); split(a[2], g, /[x+]/);
-  if (g[1] * g[2] > best) { best = g[1] * g[2]; id = $1 } } END{print id}')
-shot "${PREVIEW:-$MAIN}" 13-program-preview
+preview_shot 13-program-preview
 
 # The canvas in each editor is cut out of its letterbox; the three are scaled to
 # one size, ink (saturated pixels) kept, the rest taken as empty, and compared
@@ -344,10 +252,10 @@ for who in ada bo; do
   if [ "$who" = ada ]; then pid=$ADA_PID editor=$ADA_EDITOR connect=$ADA_CONNECT; else
     pid=$BO_PID editor=$BO_EDITOR connect=$BO_CONNECT; fi
   keys "$editor" Escape
-  question=$(wait_window "$pid" "^Pennoria: Draw Co-op\$" 5) || question=""
+  question=$(wait_window "^Pennoria: Draw Co-op\$" 5 "$pid") || question=""
   [ -n "$question" ] && shot "$question" "20-leave-$who" && keys "$question" Return
   check "leaving keeps the guest in the session" "guest $who leaves: the editor closes" \
-    window_gone "$editor" 10
+    window_closed "$editor" 10
   check "a guest that left cannot get back to the connect window or quit" \
     "guest $who exits with status 0 after leaving" quits_cleanly "$pid" "$connect"
 done
@@ -359,7 +267,7 @@ refused_guest() { # NAME ADDRESS PASSWORD LOG_TEXT
   start_guest "$1" '#ffff00'
   join_as "$2" "$1" "$3"
   local box
-  box=$(wait_window "$GUEST_PID" "^Pennoria: Draw Co-op\$" 15) || box=""
+  box=$(wait_window "^Pennoria: Draw Co-op\$" 15 "$GUEST_PID") || box=""
   check "a guest that cannot join shows nothing" "guest $1: a message box appears" [ -n "$box" ]
   [ -n "$box" ] && shot "$box" "30-$1-message" && keys "$box" Return
   check "the reason is lost" "guest $1: the log gives the reason \"$4\"" \
@@ -385,18 +293,9 @@ else
 fi
 
 # ---- OBS ends cleanly --------------------------------------------------------
-kill -INT "$OBS_PID" 2>/dev/null || true
-status=124
-for _ in $(seq 1 60); do
-  if ! kill -0 "$OBS_PID" 2>/dev/null; then wait "$OBS_PID" && status=0 || status=$?; break; fi
-  sleep 0.5
-done
-LOG=$(ls -t "$CFG"/logs/*.txt | head -n 1)
-cp "$LOG" "$OUT/obs-log.txt"
-check "the module crashes or hangs on exit" "OBS exits cleanly (status $status)" [ "$status" = 0 ]
+stop_obs "$OBS_HOME" obs
 check "the dock hosts on the fixed port whatever PD_COOP_PORT says" "OBS hosted on port $PORT" \
-  grep -qF "[PD-Coop] hosting on port $PORT as 'Streamer'" "$OUT/obs-log.txt"
+  grep -qF "[PD-Coop] hosting on port $PORT as 'Streamer'" "$OUT/obs.log"
 check "a guest is not a client on the wire" "both guests joined the OBS host" \
-  test "$(grep -cF "[PD-Coop] peer id=" "$OUT/obs-log.txt")" -ge 2
-echo "guest journey: $FAILURES failed check(s); screenshots and logs in $OUT"
-[ "$FAILURES" = 0 ]
+  test "$(grep -cF "[PD-Coop] peer id=" "$OUT/obs.log")" -ge 2
+finish

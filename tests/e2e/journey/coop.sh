@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Journey: co-op between two OBS instances (one profile each) on a private
 # free port: host, join, both draw, both pictures agree, the users list shows
-# both, leave and stop.
+# both with a ping, leave and stop. The host runs OBS's default dark theme, the
+# guest its Light theme, so the users list is seen in both.
 # The whole journey runs in a private network namespace (its own loopback),
 # so not even a module that ignored the test port could reach a real session
 # of this machine; inside it the host still gets a free port of its own.
@@ -23,7 +24,7 @@ save() { eval "$1=(\"\$OBS_PID\" \"\$MAIN\" \"\${DOCK:-}\" \"\${EDITOR:-}\" \"\$
 use() { eval "OBS_PID=\${$1[0]} MAIN=\${$1[1]} DOCK=\${$1[2]} EDITOR=\${$1[3]} EDITOR_Y=\${$1[4]}"; }
 
 for who in host guest; do
-  new_profile "$OUT/$who"
+  new_profile "$OUT/$who" "$([ $who = guest ] && echo com.obsproject.Yami.Light)"
   start_obs "$OUT/$who"
   EDITOR_Y=0
   if [ "$who" = guest ]; then
@@ -54,7 +55,7 @@ readable 02-hosting-info
 keys "$info" Return
 check "#11 the module ignores the test port" "the host listens on the private port" \
   grep -qF "port $PD_COOP_PORT" "$OUT/host/config/obs-studio/logs/"*.txt
-check "hosting state not shown" "the host's co-op button turns green" is_green "$(coop_button_colour)"
+check "hosting state not shown" "the host's co-op button turns green" within 10 coop_button_green
 
 # The guest: a co-op canvas, Join, the address and the session password.
 use guest
@@ -69,14 +70,19 @@ shot "$join" 03-join-dialog
 # Rows: address label and field, the port hint, password label and field, Join/Cancel.
 readable 03-join-dialog 6
 keys "$join" Return
-sleep 2
-check "joining fails" "the guest's co-op button turns green" is_green "$(coop_button_colour)"
+check "joining fails" "the guest's co-op button turns green" within 15 coop_button_green
 
 # Both draw in their co-op editors.
 for who in host guest; do
   use "$who"
   press_draw
-  EDITOR=$(wait_window "Co-op Canvas\$" 10) || die "$who: the co-op editor does not open"
+  if ! EDITOR=$(wait_window "Co-op Canvas\$" 10); then
+    # Seen once under load: the press shown on the button, no editor. Said, then
+    # pressed again so the rest of the journey still runs.
+    echo "note [${SECONDS}s] $who: the first Draw press opened no co-op editor; pressing again"
+    press_draw
+    EDITOR=$(wait_window "Co-op Canvas\$" 10) || die "$who: the co-op editor does not open"
+  fi
   place_editor
   save "$who"
 done
@@ -104,16 +110,39 @@ for colour in "$GREEN" "$BLUE"; do
 done
 
 # The users list (the Layers button of the co-op editor), a pop-up window of
-# its own: a header and a row per user.
+# its own: a header and a row per user, the host's first, each with its ping
+# ("N ms"; "…" until one is known, "—" for oneself). Pings are listed every 2 s.
+users_popup() { # NAME ROW WORD FAULT: the ping ends in the row's WORD-th word from its end
+  local ew users ink=0
+  read -r _ _ ew _ < <(geometry "$EDITOR")
+  users=""
+  for _ in 1 2; do # a click lost on a busy machine is made again
+    click "$EDITOR" $((ew - 97)) $ROW_Y
+    for _ in $(seq 1 12); do # up to 3 s to show
+      users=$(xdotool search --all --onlyvisible --maxdepth 1 --pid "$OBS_PID" --name '' |
+        grep -vxE "$MAIN|$EDITOR|${DOCK:-0}" | tail -n 1 || true)
+      [ -z "$users" ] || break 2
+      sleep 0.25
+    done
+  done
+  [ -n "$users" ] || die "no users pop-up"
+  sleep 0.5 # its first paint
+  for _ in 1 2 3; do
+    shot "$users" "$1"
+    ink=$(python3 "$HERE/pixels.py" words "$OUT/$1.png" | sed -n "$2p" |
+      awk -v k="$3" '{ split($(NF - k + 1), e, "/"); print e[2] + 0 }')
+    [ "${ink:-0}" -lt 40 ] || break # "ms" marks about 70 pixels, "…" and "—" under 20
+    sleep 2
+  done
+  readable "$1" 3 # a header and one row per user
+  check "$4" "$1: row $2 shows a ping in ms (its last word marks $ink px)" at_least "${ink:-0}" 40
+  click "$EDITOR" $((ew - 97)) $ROW_Y
+}
+# The host sees the guest's ping (before the kick button); the guest, the host's.
 use host
-read -r _ _ ew _ < <(geometry "$EDITOR")
-click "$EDITOR" $((ew - 97)) $ROW_Y
-users=$(xdotool search --all --onlyvisible --maxdepth 1 --pid "$OBS_PID" --name '' |
-  grep -vxE "$MAIN|$EDITOR|${DOCK:-0}" | tail -n 1 || true)
-[ -n "$users" ] || die "no users pop-up"
-shot "$users" 05-users-popup
-readable 05-users-popup 3 # a header and one row per user
-click "$EDITOR" $((ew - 97)) $ROW_Y
+users_popup 05-host-users-popup 3 2 "pings never reach the host's users list"
+use guest
+users_popup 05-guest-users-popup 2 1 "the guest's users list drops the pings the host sends"
 
 # The guest leaves, then the host stops.
 for who in guest host; do
@@ -123,9 +152,9 @@ for who in guest host; do
   shot "$question" "06-$who-leave-or-stop"
   readable "06-$who-leave-or-stop"
   keys "$question" Return
-  sleep 1
-  check "leaving or stopping fails" "$who's co-op button is idle again" \
-    not_green "$(coop_button_colour)"
+  # A key lost on a loaded machine is pressed again while the question shows.
+  window_closed "$question" 3 || keys "$question" Return
+  check "leaving or stopping fails" "$who's co-op button is idle again" within 10 coop_button_idle
   check "#8 the co-op editor outlives the session" "$who's co-op editor closes" \
     window_gone "Co-op Canvas\$" 3
 done

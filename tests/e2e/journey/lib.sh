@@ -13,7 +13,10 @@ OUT="$BUILD/screenshots/journey/$JOURNEY"
 MODULE="$BUILD/src/module/obs-pennoria-draw.so"
 export LIBGL_ALWAYS_SOFTWARE=1
 unset QT_QPA_PLATFORM
-rm -rf "$OUT"
+# A run that stopped is kept beside the next one (a test that fails is run
+# again), so what stopped it can still be looked at.
+rm -rf "$OUT-stopped"
+if [ -e "$OUT/stopped.png" ]; then mv "$OUT" "$OUT-stopped"; else rm -rf "$OUT"; fi
 mkdir -p "$OUT"
 [ -f "$MODULE" ] || { echo "no module at $MODULE"; exit 1; }
 
@@ -29,8 +32,12 @@ check() { # FAULT DESCRIPTION COMMAND...
     FAILURES=$((FAILURES + 1))
   fi
 }
-die() {
-  echo "FAIL $*  (journey stopped)"
+die() { # the screen and its windows are kept for a look at what stopped it
+  import -window root "$OUT/stopped.png" 2>/dev/null || true
+  for id in $(xdotool search --onlyvisible --name "." 2>/dev/null); do
+    echo "$id $(xdotool getwindowname "$id") $(geometry "$id")"
+  done >"$OUT/stopped-windows.txt" 2>&1
+  echo "FAIL $*  (journey stopped; see $OUT)"
   exit 1
 }
 finish() {
@@ -61,11 +68,14 @@ new_profile() {
   [ -z "${2:-}" ] || printf '[Appearance]\nTheme=%s\n' "$2" >>"$1/config/obs-studio/global.ini"
 }
 
-# Starts OBS on the profile $1 and waits for its main window; sets OBS_PID
-# and MAIN (the main window's id). Extra environment comes from the caller.
-start_obs() {
-  XDG_CONFIG_HOME="$1/config" obs --disable-shutdown-check --disable-updater --multi \
-    >"$1/obs-stdout.txt" 2>&1 &
+# Starts OBS on the profile $1 (further arguments go to OBS) and waits for its
+# main window; sets OBS_PID and MAIN (the main window's id). Extra environment
+# comes from the caller.
+start_obs() { # PROFILE [OBS_ARGS...]
+  local profile="$1"
+  shift
+  XDG_CONFIG_HOME="$profile/config" obs --disable-shutdown-check --disable-updater --multi "$@" \
+    >"$profile/obs-stdout.txt" 2>&1 &
   OBS_PID=$!
   PIDS+=("$OBS_PID")
   MAIN=$(wait_window "Profile: " 60) || die "OBS main window did not appear"
@@ -96,12 +106,12 @@ stop_obs() { # PROFILE LOGNAME
     bash -c "! grep -iE 'error|failed' '$OUT/$2.log' | grep -v '\[PD-Update\]' | grep -iE 'pennoria|\[pd'"
 }
 
-# The id of the first visible window whose title matches the regex $1,
-# waiting up to $2 seconds (default 10).
-wait_window() {
-  local id
+# The id of the first visible window of process $3 (default OBS_PID) whose
+# title matches the regex $1, waiting up to $2 seconds (default 20).
+wait_window() { # REGEX [SECONDS] [PID]
+  local id pid="${3:-${OBS_PID:-}}"
   for _ in $(seq 0 $((${2:-20} * 4))); do
-    id=$(xdotool search --all --onlyvisible ${OBS_PID:+--pid "$OBS_PID"} --name "$1" 2>/dev/null |
+    id=$(xdotool search --all --onlyvisible ${pid:+--pid "$pid"} --name "$1" 2>/dev/null |
       head -n 1 || true)
     # Found: a moment for its first paint.
     [ -n "$id" ] && { sleep 0.5 && echo "$id"; return 0; }
@@ -117,6 +127,13 @@ window_gone() { # TITLE_REGEX [SECONDS]
   done
   return 1
 }
+window_closed() { # WINDOW_ID [SECONDS]: that very window no longer shown
+  for _ in $(seq 1 $((${2:-10} * 4))); do
+    xwininfo -id "$1" 2>/dev/null | grep -q IsViewable || return 0
+    sleep 0.25
+  done
+  return 1
+}
 
 # Window geometry as "X Y W H" (absolute, root coordinates).
 geometry() {
@@ -124,17 +141,26 @@ geometry() {
     /Width:/{w=$NF} /Height:/{h=$NF} END{print x, y, w, h}'
 }
 
+# The pointer to a screen position, once it is there. xdotool's --sync waits
+# for the pointer to leave where it was, which takes it 16 s to give up on when
+# it is already there (a second click on a button toggles its pop-up closed).
+pointer_to() { # X Y
+  if [ "$(xdotool getmouselocation | cut -d' ' -f1-2)" = "x:$1 y:$2" ]; then return 0; fi
+  xdotool mousemove --sync "$1" "$2"
+}
 # Real pointer input at window-relative coordinates.
 click() { # WIN X Y [BUTTON]
   local x y w h
   read -r x y w h < <(geometry "$1")
-  xdotool mousemove --sync $((x + $2)) $((y + $3)) click "${4:-1}"
+  pointer_to $((x + $2)) $((y + $3))
+  xdotool click "${4:-1}"
   sleep 0.3
 }
 drag() { # WIN X1 Y1 X2 Y2 : a press, a path of moves, a release
   local x y w h i
   read -r x y w h < <(geometry "$1")
-  xdotool mousemove --sync $((x + $2)) $((y + $3)) mousedown 1
+  pointer_to $((x + $2)) $((y + $3))
+  xdotool mousedown 1
   for i in $(seq 1 12); do
     xdotool mousemove $((x + $2 + ($4 - $2) * i / 12)) $((y + $3 + ($5 - $3) * i / 12))
     sleep 0.03
@@ -164,9 +190,15 @@ shot() { # WIN NAME -> $OUT/NAME.png
 at_least() { [ "$1" -ge "$2" ]; }
 at_most() { [ "$1" -le "$2" ]; }
 
-# The "Pennoria: Draw" entry is the last one of OBS's Docks menu.
+# The "Pennoria: Draw" entry is the last one of OBS's Docks menu. The keys
+# wait for the menu to be shown: on a loaded machine it can take longer than
+# the click's pause, and keys pressed before go to the main window instead.
+top_windows() { xdotool search --all --onlyvisible --maxdepth 1 --pid "$OBS_PID" --name '' | wc -l; }
 toggle_dock_in_menu() {
+  local before
+  before=$(top_windows)
   click "$MAIN" 144 12
+  within 5 eval '[ "$(top_windows)" -gt "$before" ]' || true
   keys "$MAIN" Up Return
   sleep 1
 }
@@ -226,14 +258,27 @@ coop_mode_dialog() { # NICKNAME [NAME]
   keys "$MODE" ctrl+a
   type_text "$MODE" "$1"
 }
-# The co-op button's colour beside its icon, as "R G B".
+# The co-op button's colour beside its icon, as "R G B" (also when the
+# screenshot is stored in grey levels, as a Light theme's dock can be).
 coop_button_colour() {
   find_dock_buttons
-  convert "$OUT/dock.png" -crop "1x1+$((DOCK_W - 33))+$((BUTTON_TOP + 4))" -depth 8 txt:- |
-    sed -n 's/.*srgba\?(\([0-9]*\),\([0-9]*\),\([0-9]*\).*/\1 \2 \3/p'
+  convert "$OUT/dock.png" -crop "1x1+$((DOCK_W - 33))+$((BUTTON_TOP + 4))" \
+    -format '%[fx:int(255*r+0.5)] %[fx:int(255*g+0.5)] %[fx:int(255*b+0.5)]' info:
 }
-is_green() { read -r r g b <<<"$1" && [ "$g" -gt 110 ] && [ "$r" -lt 90 ] && [ "$b" -lt 90 ]; }
-not_green() { ! is_green "$1"; }
+# Both fail on no colour at all.
+is_green() { read -r r g b <<<"$1" && [ "${g:-0}" -gt 110 ] && [ "$r" -lt 90 ] && [ "$b" -lt 90 ]; }
+not_green() { read -r r g b <<<"$1" && [ -n "${b:-}" ] && ! is_green "$1"; }
+coop_button_green() { is_green "$(coop_button_colour)"; }
+coop_button_idle() { not_green "$(coop_button_colour)"; }
+# Runs a command until it succeeds, for up to SECONDS.
+within() { # SECONDS COMMAND...
+  local end=$((SECONDS + $1))
+  shift
+  until "$@"; do
+    [ "$SECONDS" -lt "$end" ] || return 1
+    sleep 0.5
+  done
+}
 
 # Opens the editor the way a new user does: the dock's Draw button, the
 # canvas name confirmed with Enter. Sets EDITOR (or dies). A second press is
@@ -296,11 +341,14 @@ hotkeys_listed() { # NAME HEADING TEXT...
 
 # The largest window inside the main window (below its direct children): the
 # preview, which shows the program output.
-preview_shot() { # NAME
+preview_window() {
   local id
   id=$(xwininfo -id "$MAIN" -tree | awk '/^ {8,}0x/{split($0, a, /\)  /); split(a[2], g, /[x+]/);
     if (g[1] * g[2] > best) { best = g[1] * g[2]; id = $1 } } END{print id}')
-  shot "${id:-$MAIN}" "$1"
+  echo "${id:-$MAIN}"
+}
+preview_shot() { # NAME
+  shot "$(preview_window)" "$1"
 }
 
 # Editor controls at the placed size (the colour pop-up opens under its button).

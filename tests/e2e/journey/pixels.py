@@ -12,6 +12,9 @@
                                   reads FILE's text (OCR) and prints its lines;
                                   fails unless a line reads HEADING and each
                                   TEXT starts one of the lines just below it
+  pixels.py words FILE            per band of text rows, its words (marks
+                                  closer than 6 columns joined): "X0-X1/INK",
+                                  INK the number of pixels marked
 """
 import subprocess
 import sys
@@ -110,6 +113,49 @@ def on_line(px, width, height, x, y, length=14):
     return run >= length
 
 
+def text_bands(width, height, px):
+    """Bands of at least 7 rows that differ from the window's colour (its most
+    frequent one), separated by rows of plain window: lines of text, fields,
+    buttons. Returns the window colour and the bands as (top, end) rows."""
+    window = dominant(px)[0][0]
+    rows = [any(not near(p, window, 6) for p in px[y * width + 2:(y + 1) * width - 2])
+            for y in range(height)]
+    bands, y = [], 1
+    while y < height - 1:
+        if not rows[y]:
+            y += 1
+            continue
+        top = y
+        while y < height - 1 and rows[y]:
+            y += 1
+        if y - top >= 7:
+            bands.append((top, y))
+    return window, bands
+
+
+def words(path):
+    """Columns of a band holding anything but the window's colour, the
+    window's frame left out, joined into words across gaps under 6 columns
+    (a space between words of one label is narrower than the gap between two
+    labels of a row)."""
+    width, height, px = load(path)
+    window, bands = text_bands(width, height, px)
+    for top, end in bands:
+        marked = [sum(not near(px[y * width + x], window, 24) for y in range(top, end))
+                  for x in range(2, width - 2)]
+        found, start, gap, ink = [], None, 0, 0
+        for x, m in enumerate(marked + [0] * 6, start=2):
+            ink += m
+            if m:
+                start, gap = (x if start is None else start), 0
+            elif start is not None:
+                gap += 1
+                if gap == 6:
+                    found.append("%d-%d/%d" % (start, x - 6, ink))
+                    start, ink = None, 0
+        print("band %d-%d: %s" % (top, end - 1, " ".join(found)))
+
+
 def text_contrast(path):
     """Splits the picture into bands of rows separated by rows of plain
     background. In a band, each colour covering a tenth of it is a background
@@ -118,19 +164,8 @@ def text_contrast(path):
     background, so the 95th percentile of the marks' contrast is the text's.
     A label painted near its background colour measures about 1:1."""
     width, height, px = load(path)
-    window = dominant(px)[0][0]
-    rows = [any(not near(p, window, 6) for p in px[y * width + 2:(y + 1) * width - 2])
-            for y in range(height)]
-    worst, y = None, 1
-    while y < height - 1:
-        if not rows[y]:
-            y += 1
-            continue
-        top = y
-        while y < height - 1 and rows[y]:
-            y += 1
-        if y - top < 7:
-            continue
+    worst = None
+    for top, y in text_bands(width, height, px)[1]:
         area = (y - top) * width
         blocks = [c for c, n in dominant(px[top * width:y * width]) if n >= 0.1 * area]
         for background in blocks:
@@ -232,3 +267,5 @@ if __name__ == "__main__":
         border_contrast(sys.argv[2])
     elif sys.argv[1] == "listed":
         sys.exit(not listed(sys.argv[2], sys.argv[3], sys.argv[4:]))
+    elif sys.argv[1] == "words":
+        words(sys.argv[2])

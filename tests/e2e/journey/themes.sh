@@ -7,7 +7,7 @@ BASE="$OUT"
 long_press() { # WIN X Y: held past the 333 ms long press
   local x y w h
   read -r x y w h < <(geometry "$1")
-  xdotool mousemove --sync $((x + $2)) $((y + $3))
+  pointer_to $((x + $2)) $((y + $3))
   sleep 0.2
   xdotool mousedown 1 sleep 0.7 mouseup 1
   sleep 0.3
@@ -23,6 +23,13 @@ popup() { # NAME HOW X: opens an editor pop-up by a click or a long press at (X,
     [ "$(identify -format %h "$OUT/$1.png")" -lt 40 ] || break
   done
   readable "$1"
+}
+
+edit_menu() { # KEY...: OBS's Edit menu opened from the keyboard, then keys in it
+  keys "$MAIN" alt+e
+  sleep 0.5
+  xdotool key --delay 100 "$@"
+  sleep 0.5
 }
 
 for theme in dark light; do
@@ -48,12 +55,32 @@ for theme in dark light; do
   click "$EDITOR" 145 $ROW_Y
   # A hovered tool button: its icon on the hover colour.
   read -r ex ey _ _ < <(geometry "$EDITOR")
-  xdotool mousemove --sync $((ex + TOOL_ERASER)) $((ey + ROW_Y))
+  pointer_to $((ex + TOOL_ERASER)) $((ey + ROW_Y))
   sleep 0.5
   shot "$EDITOR" .hover
   convert "$OUT/.hover.png" -crop "30x30+$((TOOL_ERASER - 15))+$((ROW_Y - 15))" +repage \
     "$OUT/hovered-tool.png"
   readable hovered-tool
+
+  # A second canvas in the scene, made the way a user copies a source: the
+  # canvas selected in the preview, Edit > Copy, Edit > Paste (Duplicate) (the
+  # Edit menu opens on Copy, the first entry it enables). Draw then asks which.
+  preview=$(preview_window)
+  read -r _ _ pw ph < <(geometry "$preview")
+  click "$preview" $((pw / 2)) $((ph / 2))
+  edit_menu Return
+  edit_menu Down Down Return
+  press_draw
+  chooser=$(wait_window "^Select Canvas\$" 10) || chooser=""
+  check "Draw with two canvases in the scene offers no choice" "Draw asks which canvas" \
+    [ -n "$chooser" ]
+  if [ -n "$chooser" ]; then
+    shot "$chooser" canvas-chooser
+    readable canvas-chooser 3 # the question, a button per canvas
+    keys "$chooser" Escape
+    check "the chooser cannot be dismissed" "Escape closes the canvas chooser" \
+      window_closed "$chooser" 5
+  fi
 
   coop_mode_dialog Sam coop-setup-dialog
   shot "$MODE" host-join-dialog
