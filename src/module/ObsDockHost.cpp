@@ -70,7 +70,14 @@ QList<DockSource> ObsDockHost::findSources(const char *typeId)
     obs_scene_enum_items(scene, collectItem, &search);
     // The host lists the bottom of the source list first.
     std::reverse(search.found.begin(), search.found.end());
-    return search.found;
+    // A source pasted as a reference has one item per place: it is one canvas,
+    // listed where it is highest.
+    QList<DockSource> unique;
+    for (const DockSource &found : std::as_const(search.found))
+        if (std::none_of(unique.begin(), unique.end(),
+                         [&](const DockSource &kept) { return kept.uuid == found.uuid; }))
+            unique.append(found);
+    return unique;
 }
 
 std::optional<DockSource> ObsDockHost::createSourceOnTop(const char *typeId, const QString &name)

@@ -244,7 +244,8 @@ void TestDock::pressHotkey(obs_source_t *source, const char *name)
     QCoreApplication::processEvents();
 }
 
-// Fault: groups are not searched, the order is bottom first, types mixed.
+// Fault: groups are not searched, the order is bottom first, types mixed, a
+// source pasted as a reference listed once per item.
 void TestDock::findsCanvasesTopFirstInNestedGroups()
 {
     addSource(m_scene, "pennoria_canvas", "Bottom");
@@ -253,7 +254,8 @@ void TestDock::findsCanvasesTopFirstInNestedGroups()
         obs_scene_add_group2(obs_sceneitem_group_get_scene(outer), "Inner", false);
     addSource(obs_sceneitem_group_get_scene(inner), "pennoria_canvas", "Deep");
     addSource(obs_sceneitem_group_get_scene(inner), "pennoria_coop_canvas", "Deep Co-op");
-    addSource(m_scene, "pennoria_canvas", "Top");
+    obs_source_t *top = addSource(m_scene, "pennoria_canvas", "Top");
+    obs_scene_add(obs_sceneitem_group_get_scene(inner), top);
 
     ObsDockHost host;
     QCOMPARE(namesOf(host.findSources("pennoria_canvas")), (QStringList{"Top", "Deep", "Bottom"}));
