@@ -58,7 +58,7 @@ CanvasChooser::CanvasChooser(QWidget *parent, const QStringList &canvasNames, Co
         coop->setIcon(tintedSvgIcon(Icons::People, Qt::white, QSize(16, 16)));
         coop->setIconSize(QSize(16, 16));
         coop->setStyleSheet(QStringLiteral(
-            "QPushButton { background-color: #2e8b2e; color: white; text-align: left; "
+            "QPushButton { background-color: #2a7f2a; color: white; text-align: left; "
             "padding-left: 8px; border: 1px solid #246b24; border-radius: 4px; }"));
         connect(coop, &QPushButton::clicked, this, [this] {
             m_coopChosen = true;
