@@ -51,7 +51,11 @@ for run in $(seq 1 "$RUNS"); do
   while [ -z "$id" ] && [ $(($(now_ms) - t0)) -lt 20000 ]; do
     id=$(window_of "$pid" "^Pennoria: Draw Guest\$")
   done
-  [ -n "$id" ] || { echo "guest start-up: no connect window within 20 s" >&2; exit 1; }
+  [ -n "$id" ] || {
+    echo "guest start-up: no connect window within 20 s; its output:" >&2
+    cat "$WORK/guest-$run.log" >&2
+    exit 1
+  }
   times+=($(($(now_ms) - t0)))
   cpus+=($(cpu_ms "$pid"))
   sleep 1
