@@ -133,7 +133,7 @@ def text_bands(width, height, px):
     return window, bands
 
 
-def words(path):
+def band_words(path):
     """Columns of a band holding anything but the window's colour, the
     window's frame left out, joined into words across gaps under 6 columns
     (a space between words of one label is narrower than the gap between two
@@ -268,4 +268,4 @@ if __name__ == "__main__":
     elif sys.argv[1] == "listed":
         sys.exit(not listed(sys.argv[2], sys.argv[3], sys.argv[4:]))
     elif sys.argv[1] == "words":
-        words(sys.argv[2])
+        band_words(sys.argv[2])
