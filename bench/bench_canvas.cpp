@@ -1,5 +1,6 @@
 #include "BenchDrawing.h"
 #include "BenchSummary.h"
+#include "TestImages.h"
 
 #include "canvas/CanvasWidget.h"
 #include "engine/CanvasDocument.h"
@@ -61,18 +62,6 @@ void pixmanFlatten(const std::vector<std::unique_ptr<PixmanImage>> &layers, Pixm
                                  out.image, 0, 0, 0, 0, 0, 0, w, h);
 }
 
-int maxChannelDifference(const QImage &a, const QImage &b)
-{
-    int worst = 0;
-    for (int y = 0; y < a.height(); ++y) {
-        const uchar *pa = a.constScanLine(y);
-        const uchar *pb = b.constScanLine(y);
-        for (int i = 0; i < a.width() * 4; ++i)
-            worst = std::max(worst, std::abs(int(pa[i]) - int(pb[i])));
-    }
-    return worst;
-}
-
 // ---- composites -------------------------------------------------------------
 
 // A document of `layers` drawn layers with the active one in the middle, and
@@ -105,7 +94,7 @@ struct CompositeCase {
         pixmanOut = QImage(size.w, size.h, QImage::Format_ARGB32_Premultiplied);
         pixmanTarget = std::make_unique<PixmanImage>(pixmanOut);
         pixmanFlatten(pixmanInputs, *pixmanTarget, size.w, size.h);
-        const int diff = maxChannelDifference(ours, pixmanOut);
+        const int diff = maxByteDifference(ours, pixmanOut);
         BenchSummary::setLibrary(name, "pixman OVER");
         BenchSummary::addNote(name,
                               "output within " + std::to_string(diff) + " per channel of pixman's");
